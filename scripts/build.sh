@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# build.sh DIR [SANITIZER]: configures (once) and builds the project into DIR.
+# SANITIZER is empty, "address" (ASan+UBSan) or "thread".
+set -euo pipefail
+top="$(cd "$(dirname "$0")/.." && pwd)"
+dir="$1"
+sanitize="${2:-}"
+type=RelWithDebInfo
+[ -n "$sanitize" ] && type=Debug
+cmake -S "$top" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE="$type" -DVEXA_SANITIZE="$sanitize" \
+  -DVEXA_BUILD_BENCH="$([ -z "$sanitize" ] && echo ON || echo OFF)" >/dev/null
+cmake --build "$dir"

@@ -1,0 +1,202 @@
+// RunLoop and Timer on GLib main contexts: the main loop is the global default context, every
+// other thread gets its own thread-default context the first time it asks for one.
+#include <glib.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <vector>
+
+#include "vexa/util/RunLoop.h"
+#include "util/RunGuarded.h"
+#include "vexa/util/Timer.h"
+
+namespace vexa {
+
+struct RunLoop::Impl {
+  explicit Impl(GMainContext* c) : context(g_main_context_ref(c)) {}
+  ~Impl() { g_main_context_unref(context); }
+
+  GMainContext* context;
+  std::mutex mutex;
+  std::vector<GMainLoop*> running;  // innermost last
+  bool quitRequested = false;
+};
+
+namespace {
+
+// One Impl per context, so that quit() reaches the run() started through any handle.
+std::shared_ptr<RunLoop::Impl> implFor(GMainContext* context) {
+  static std::mutex* mutex = new std::mutex;
+  static auto* table = new std::map<GMainContext*, std::weak_ptr<RunLoop::Impl>>;
+  std::lock_guard lock(*mutex);
+  for (auto it = table->begin(); it != table->end();) {
+    it = it->second.expired() ? table->erase(it) : std::next(it);
+  }
+  auto& slot = (*table)[context];
+  if (auto existing = slot.lock()) return existing;
+  auto made = std::make_shared<RunLoop::Impl>(context);
+  slot = made;
+  return made;
+}
+
+// The context a non-main thread made for itself; popped and released when the thread ends.
+struct ThreadLoop {
+  ~ThreadLoop() {
+    if (pushed) g_main_context_pop_thread_default(pushed);
+    impl.reset();
+    if (pushed) g_main_context_unref(pushed);
+  }
+  GMainContext* pushed = nullptr;
+  std::shared_ptr<RunLoop::Impl> impl;
+};
+
+gboolean runPosted(gpointer data) {
+  runGuarded("run loop", *static_cast<std::function<void()>*>(data));
+  return G_SOURCE_REMOVE;
+}
+
+void deletePosted(gpointer data) { delete static_cast<std::function<void()>*>(data); }
+
+gboolean wakeOnly(gpointer) { return G_SOURCE_REMOVE; }
+
+}  // namespace
+
+bool RunLoop::isMainThread() { return syscall(SYS_gettid) == getpid(); }
+
+RunLoop RunLoop::main() {
+  static std::shared_ptr<Impl>* impl = new std::shared_ptr<Impl>(implFor(g_main_context_default()));
+  return RunLoop(*impl);
+}
+
+RunLoop RunLoop::current() {
+  GMainContext* threadDefault = g_main_context_get_thread_default();
+  if (threadDefault) return RunLoop(implFor(threadDefault));
+  if (isMainThread()) return main();
+  thread_local ThreadLoop own;
+  if (!own.impl) {
+    own.pushed = g_main_context_new();
+    g_main_context_push_thread_default(own.pushed);
+    own.impl = implFor(own.pushed);
+  }
+  return RunLoop(own.impl);
+}
+
+void RunLoop::post(std::function<void()> fn) const {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(source, runPosted, new std::function<void()>(std::move(fn)),
+                        deletePosted);
+  g_source_attach(source, impl_->context);
+  g_source_unref(source);
+}
+
+void RunLoop::run() const {
+  GMainLoop* loop = g_main_loop_new(impl_->context, FALSE);
+  {
+    std::lock_guard lock(impl_->mutex);
+    if (impl_->quitRequested) {
+      impl_->quitRequested = false;
+      g_main_loop_unref(loop);
+      return;
+    }
+    impl_->running.push_back(loop);
+  }
+  g_main_loop_run(loop);
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->running.erase(std::find(impl_->running.begin(), impl_->running.end(), loop));
+  }
+  g_main_loop_unref(loop);
+}
+
+void RunLoop::quit() const {
+  std::lock_guard lock(impl_->mutex);
+  if (impl_->running.empty()) {
+    // run() has not started yet: let it return at once instead of missing the request.
+    impl_->quitRequested = true;
+    return;
+  }
+  g_main_loop_quit(impl_->running.back());
+}
+
+bool RunLoop::runUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout) const {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + timeout;
+  for (;;) {
+    if (done()) return true;
+    const auto now = Clock::now();
+    if (now >= deadline) return done();
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now);
+    GSource* wake = g_timeout_source_new(static_cast<guint>(std::clamp<long>(left.count(), 1, 20)));
+    g_source_set_callback(wake, wakeOnly, nullptr, nullptr);
+    g_source_attach(wake, impl_->context);
+    g_main_context_iteration(impl_->context, TRUE);
+    g_source_destroy(wake);
+    g_source_unref(wake);
+  }
+}
+
+bool RunLoop::iterate(bool mayBlock) const {
+  return g_main_context_iteration(impl_->context, mayBlock ? TRUE : FALSE);
+}
+
+// ---- Timer ----
+
+struct Timer::Impl {
+  GSource* source = nullptr;
+  std::atomic<bool> valid{true};
+  Callback fn;
+};
+
+namespace {
+
+struct TimerRef {
+  std::shared_ptr<Timer> timer;
+};
+
+}  // namespace
+
+Timer::Timer(double interval, bool repeats)
+    : interval_(interval), repeats_(repeats), impl_(std::make_unique<Impl>()) {}
+
+Timer::~Timer() {
+  if (impl_->source) g_source_unref(impl_->source);
+}
+
+std::shared_ptr<Timer> Timer::scheduled(double interval, bool repeats, Callback fn) {
+  return scheduledOn(RunLoop::current(), interval, repeats, std::move(fn));
+}
+
+std::shared_ptr<Timer> Timer::scheduledOn(const RunLoop& loop, double interval, bool repeats,
+                                          Callback fn) {
+  std::shared_ptr<Timer> timer(new Timer(interval, repeats));
+  timer->impl_->fn = std::move(fn);
+  const double ms = std::clamp(interval * 1000.0, 0.0, 4.0e9);
+  GSource* source = g_timeout_source_new(static_cast<guint>(ms));
+  timer->impl_->source = source;
+  g_source_set_callback(
+      source,
+      [](gpointer data) -> gboolean {
+        Timer& t = *static_cast<TimerRef*>(data)->timer;
+        if (!t.impl_->valid.load()) return G_SOURCE_REMOVE;
+        const bool again = t.repeats_;
+        if (!again) t.impl_->valid = false;
+        runGuarded("timer", [&] { t.impl_->fn(t); });
+        return again && t.impl_->valid.load() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+      },
+      new TimerRef{timer}, [](gpointer data) { delete static_cast<TimerRef*>(data); });
+  g_source_attach(source, loop.impl()->context);
+  return timer;
+}
+
+void Timer::invalidate() {
+  if (impl_->valid.exchange(false)) g_source_destroy(impl_->source);
+}
+
+bool Timer::isValid() const { return impl_->valid.load(); }
+
+}  // namespace vexa
