@@ -57,8 +57,8 @@ DispatchQueue::DispatchQueue(std::string label, Kind kind)
 DispatchQueue::~DispatchQueue() = default;
 
 DispatchQueue& DispatchQueue::global() {
-  static DispatchQueue* queue = new DispatchQueue(
-      std::make_shared<Impl>("vexa.global", Kind::Concurrent, false));
+  static DispatchQueue* queue =
+      new DispatchQueue(std::make_shared<Impl>("vexa.global", Kind::Concurrent, false));
   return *queue;
 }
 
@@ -77,10 +77,9 @@ void DispatchQueue::async(std::function<void()> fn) { impl_->async(std::move(fn)
 void DispatchQueue::after(double seconds, std::function<void()> fn) {
   const auto delay = std::chrono::duration_cast<WorkerPool::Clock::duration>(
       std::chrono::duration<double>(seconds > 0 ? seconds : 0));
-  WorkerPool::shared().submitAt(WorkerPool::Clock::now() + delay,
-                                [impl = impl_, fn = std::move(fn)]() mutable {
-                                  impl->async(std::move(fn));
-                                });
+  WorkerPool::shared().submitAt(
+      WorkerPool::Clock::now() + delay,
+      [impl = impl_, fn = std::move(fn)]() mutable { impl->async(std::move(fn)); });
 }
 
 void DispatchQueue::sync(const std::function<void()>& fn) {

@@ -10,8 +10,8 @@
 #include <mutex>
 #include <vector>
 
-#include "vexa/util/RunLoop.h"
 #include "util/RunGuarded.h"
+#include "vexa/util/RunLoop.h"
 #include "vexa/util/Timer.h"
 
 namespace vexa {
@@ -88,8 +88,7 @@ RunLoop RunLoop::current() {
 void RunLoop::post(std::function<void()> fn) const {
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  g_source_set_callback(source, runPosted, new std::function<void()>(std::move(fn)),
-                        deletePosted);
+  g_source_set_callback(source, runPosted, new std::function<void()>(std::move(fn)), deletePosted);
   g_source_attach(source, impl_->context);
   g_source_unref(source);
 }

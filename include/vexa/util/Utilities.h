@@ -1,0 +1,85 @@
+/* Plain shell, string and file functions, exported unmangled for hosts written in C or C++.
+ *
+ * Strings are NUL-terminated bytes. A returned string is a new heap block the caller releases
+ * with free(), except where a function says it returns a pointer into its argument. Functions
+ * that run shell commands block until the command ends; paths handed to the shell are escaped
+ * with filter_special_character_dos, which escapes only its eight characters: do not pass
+ * untrusted paths. All functions are safe to call from several threads at once. */
+#ifndef VEXA_UTIL_UTILITIES_H
+#define VEXA_UTIL_UTILITIES_H
+
+#include <stddef.h>
+
+#include "vexa/Export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* One token of seperate(): a heap copy and the next node (or NULL). */
+struct string_list {
+  char* str;
+  struct string_list* next;
+};
+
+typedef void (*shell_line_callback)(const char* line);
+
+/* File tests: 1 true, 0 false. The existence tests require execute access (X_OK). */
+VEXA_EXPORT int is_folder_exist(const char* path);
+VEXA_EXPORT int is_file_exist(const char* path);
+VEXA_EXPORT int is_exec_file(const char* path);
+/* Writes the granted accesses as "r", "w", "x" packed from buffer[0]; buffer holds 4 bytes. */
+VEXA_EXPORT void get_file_permit(char* buffer, const char* path);
+VEXA_EXPORT int given_execute_permit_in_path(const char* path);
+
+/* Shell queries; 0 for a NULL, empty or missing path. */
+VEXA_EXPORT long long get_folder_size(const char* path);
+VEXA_EXPORT long long get_file_count(const char* path);
+VEXA_EXPORT long long get_item_count_not_contain_sub_item(const char* path);
+
+VEXA_EXPORT int is_binary_file(const char* path);
+VEXA_EXPORT int is_fat_binary_file(const char* path);
+
+/* Command runners. */
+VEXA_EXPORT int exec_cmd(const char* command, const char* mode);
+VEXA_EXPORT char* exec_cmd_ex(const char* command, const char* mode);
+VEXA_EXPORT int popen2(const char* command, int* in, int* out);
+VEXA_EXPORT char* compile_by_shell(const char* script, shell_line_callback callback,
+                                   const char* argument);
+VEXA_EXPORT int open_app_in_path(const char* path);
+VEXA_EXPORT int load_plist_file(const char* path);
+VEXA_EXPORT int unload_plist_file(const char* path);
+VEXA_EXPORT int unpack(const char* archive, const char* type, const char* destination);
+VEXA_EXPORT int is_serv_opened(void);
+/* Blocks until a writer opens ./MYFIFO and sends a line. */
+VEXA_EXPORT int create_named_pip(void);
+
+/* Strings. */
+VEXA_EXPORT char* filter_special_character_dos(const char* s);
+VEXA_EXPORT void join_string(char** s, const char* append);
+VEXA_EXPORT char* combine_strings(size_t size, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+VEXA_EXPORT char* substring(const char* s, int start, int length);
+VEXA_EXPORT struct string_list* seperate(char* s, const char* delimiters, int* count);
+VEXA_EXPORT void free_string_arrary(struct string_list* list);
+VEXA_EXPORT int contains(const char* haystack, const char* needle);
+VEXA_EXPORT int starwith(const char* s, const char* prefix);
+VEXA_EXPORT int endwith(const char* s, const char* suffix);
+VEXA_EXPORT char* ltrim(char* s);
+VEXA_EXPORT char* rtrim(char* s);
+VEXA_EXPORT char* trim(char* s);
+VEXA_EXPORT void str_to_upper(const char* source, char* destination);
+VEXA_EXPORT void str_to_lower(const char* source, char* destination);
+VEXA_EXPORT int is_digit_string(const char* s);
+VEXA_EXPORT void trim_path_last(char** s);
+VEXA_EXPORT char* extensions(const char* path, int type);
+/* The part after the last "/" (new string), or `path` itself when it has no "/". */
+VEXA_EXPORT char* get_file_name(const char* path);
+VEXA_EXPORT char* get_file_short_name(const char* path, const char* extension);
+VEXA_EXPORT int compare_version(const char* a, const char* b);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
