@@ -113,8 +113,11 @@ TEST(StringFunctionsTest, BuildingStrings) {
   EXPECT_STREQ(s, "abcdef");
   EXPECT_NE(s, old);  // the old block is not freed by join_string
   std::free(old);
+  char* joined = s;
   trim_path_last(&s);
   EXPECT_STREQ(s, "abcdef");  // nothing to remove: still a fresh copy
+  EXPECT_NE(s, joined);
+  std::free(joined);
   std::free(s);
 
   char* path = strdup("/Applications/");
