@@ -16,6 +16,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vexamonitorConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/vexamonitorConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/vexamonitor)
 
+# The .pc file finds its prefix from its own place, so an install moved elsewhere still works.
+file(RELATIVE_PATH VEXA_PC_TO_PREFIX "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(cmake/vexamonitor.pc.in ${CMAKE_CURRENT_BINARY_DIR}/vexamonitor.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vexamonitor.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
