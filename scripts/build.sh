@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# build.sh DIR [SANITIZER]: configures (once) and builds the project into DIR.
+# build.sh DIR [SANITIZER]: configures and builds the project into DIR.
 # SANITIZER is empty, "address" (ASan+UBSan) or "thread".
 set -euo pipefail
 top="$(cd "$(dirname "$0")/.." && pwd)"

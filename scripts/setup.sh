@@ -8,6 +8,7 @@ packages=(
   zlib1g-dev nlohmann-json3-dev libglib2.0-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   tzdata file procps
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()

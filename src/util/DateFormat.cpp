@@ -1,5 +1,6 @@
 #include "util/DateFormat.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -199,9 +200,12 @@ std::string DateFormat::format(double secondsSince1970, std::string_view pattern
         out += padded(c.second, t.count);
         break;
       case 'S': {
+        // Nine digits are all a double's fraction holds here; longer fields are padded.
+        const int digits = std::min(t.count, 9);
         const double fraction = secondsSince1970 - whole;
-        const auto scaled = static_cast<int64_t>(fraction * std::pow(10.0, t.count));
-        out += padded(scaled, t.count);
+        const auto scaled = static_cast<int64_t>(fraction * std::pow(10.0, digits));
+        out += padded(scaled, digits);
+        out.append(static_cast<size_t>(t.count - digits), '0');
         break;
       }
       case 'a':
@@ -237,14 +241,19 @@ std::optional<double> DateFormat::parse(std::string_view text, std::string_view 
     if (isNumericField(t)) {
       // Adjacent numeric fields ("yyyyMMdd") take exactly their width; otherwise all digits.
       const bool fixedWidth = i + 1 < tokens.size() && isNumericField(tokens[i + 1]);
-      const size_t most = fixedWidth ? static_cast<size_t>(t.count) : 10;
+      const size_t most = fixedWidth        ? static_cast<size_t>(t.count)
+                          : t.letter == 'S' ? SIZE_MAX
+                                            : 10;
       size_t n = 0;
       int64_t value = 0;
       while (n < most && at < text.size() && std::isdigit(static_cast<unsigned char>(text[at]))) {
-        value = value * 10 + (text[at++] - '0');
+        // Beyond nine digits only a fraction stays meaningful; its extra digits are dropped.
+        if (n < 9) value = value * 10 + (text[at] - '0');
+        ++at;
         ++n;
       }
       if (n == 0 || (fixedWidth && n != static_cast<size_t>(t.count))) return std::nullopt;
+      if (n > 9 && t.letter != 'S') return std::nullopt;
       switch (t.letter) {
         case 'y':
           c.year = (t.count == 2 && n <= 2) ? (value < 70 ? 2000 + value : 1900 + value) : value;
@@ -269,7 +278,8 @@ std::optional<double> DateFormat::parse(std::string_view text, std::string_view 
           c.second = static_cast<int>(value);
           break;
         case 'S':
-          fraction = static_cast<double>(value) / std::pow(10.0, static_cast<double>(n));
+          fraction = static_cast<double>(value) /
+                     std::pow(10.0, static_cast<double>(std::min<size_t>(n, 9)));
           break;
       }
       continue;

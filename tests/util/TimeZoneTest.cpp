@@ -64,5 +64,15 @@ TEST(DateFormatTest, QuotedTextAndUnknownLettersStayLiteral) {
   EXPECT_FALSE(DateFormat::parse("1970-01-01 01:00 +25:00", "yyyy-MM-dd HH:mm Z", *utc));
 }
 
+TEST(DateFormatTest, OversizedFieldsAreBoundedNotOverflowed) {
+  auto utc = TimeZone::fixed(0);
+  EXPECT_EQ(DateFormat::format(0.5, std::string(12, 'S'), *utc), "500000000000");
+  auto withFraction = DateFormat::parse("00:00:01.1234567890123", "HH:mm:ss.S", *utc);
+  ASSERT_TRUE(withFraction);
+  EXPECT_NEAR(*withFraction, 1.123456789, 1e-9);
+  EXPECT_FALSE(DateFormat::parse("12345678901234567890", "yyyy", *utc));
+  EXPECT_EQ(DateFormat::parse("999999999", "yyyy", *utc).has_value(), true);
+}
+
 }  // namespace
 }  // namespace vexa
