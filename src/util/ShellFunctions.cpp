@@ -98,12 +98,27 @@ std::string findLipo() {
   return best;
 }
 
-char* escapedCommand(const char* format, const char* path) {
+// Formats `format` with the escaped path. With `slack` 0 the command buffer fits exactly;
+// otherwise it is the unescaped path's length plus `slack`, and a command that does not fit is
+// cut short, as the callers' fixed buffers always did.
+char* escapedCommand(const char* format, const char* path, size_t slack = 0) {
   char* escaped = filter_special_character_dos(path);
   if (!escaped) return nullptr;
-  char* command = combine_strings(std::strlen(format) + std::strlen(escaped) + 1, format, escaped);
+  const size_t size =
+      slack ? std::strlen(path) + slack : std::strlen(format) + std::strlen(escaped) + 1;
+  char* command = combine_strings(size, format, escaped);
   std::free(escaped);
   return command;
+}
+
+// The shell queries on a path: 0 for a missing path, else the command's leading integer.
+long long queryPath(const char* path, const char* format, size_t slack, long long perAttempt) {
+  if (isMissing(path)) return 0;
+  char* command = escapedCommand(format, path, slack);
+  if (!command) return 0;
+  const long long value = queryLeadingInteger(command, perAttempt);
+  std::free(command);
+  return value;
 }
 
 // Runs `command` through exec_cmd_ex, discarding its output; 1 when it could be run.
@@ -170,36 +185,15 @@ int given_execute_permit_in_path(const char* path) {
 }
 
 long long get_folder_size(const char* path) {
-  if (isMissing(path)) return 0;
-  char* command = escapedCommand("du -h -d 0 %s", path);
-  if (!command) return 0;
-  const long long size = queryLeadingInteger(command, 0) * 1000;
-  std::free(command);
-  return size;
+  return queryPath(path, "du -h -d 0 %s", 0, 0) * 1000;
 }
 
 long long get_file_count(const char* path) {
-  if (isMissing(path)) return 0;
-  char* escaped = filter_special_character_dos(path);
-  if (!escaped) return 0;
-  char* command = combine_strings(std::strlen(path) + 30, "find '%s' -type f | wc -l", escaped);
-  std::free(escaped);
-  if (!command) return 0;
-  const long long count = queryLeadingInteger(command, 0);
-  std::free(command);
-  return count;
+  return queryPath(path, "find '%s' -type f | wc -l", 30, 0);
 }
 
 long long get_item_count_not_contain_sub_item(const char* path) {
-  if (isMissing(path)) return 0;
-  char* escaped = filter_special_character_dos(path);
-  if (!escaped) return 0;
-  char* command = combine_strings(std::strlen(path) + 30, "ls -l '%s' |wc -l", escaped);
-  std::free(escaped);
-  if (!command) return 0;
-  const long long count = queryLeadingInteger(command, 1);
-  std::free(command);
-  return count;
+  return queryPath(path, "ls -l '%s' |wc -l", 30, 1);
 }
 
 int is_binary_file(const char* path) {
