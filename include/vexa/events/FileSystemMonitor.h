@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "vexa/Export.h"
+#include "vexa/events/FileSystemMonitorDelegate.h"
+
+namespace vexa {
+
+class EventStream;
+class EventStreamFactory;
+class Preferences;
+
+// The process's one recursive file-system event stream over a set of directory trees.
+//
+// Batches arrive on the main run loop one second after their first event and are turned into
+// the delegate's six call-backs, synchronously on the main thread. The last identifier handled is
+// kept in the preferences as "SyncEventID" after every batch, so that identifiers keep growing
+// across restarts. Path changes and start/stop are meant for the main thread; they are also
+// safe from others.
+class VEXA_EXPORT FileSystemMonitor {
+ public:
+  static FileSystemMonitor& shared();
+
+  // A monitor over the given stream service, keeping its identifier in `preferences`.
+  FileSystemMonitor(std::unique_ptr<EventStreamFactory> factory, Preferences& preferences);
+  ~FileSystemMonitor();
+  FileSystemMonitor(const FileSystemMonitor&) = delete;
+  FileSystemMonitor& operator=(const FileSystemMonitor&) = delete;
+
+  std::vector<std::string> paths() const;
+  // Not retained.
+  void setDelegate(std::weak_ptr<FileSystemMonitorDelegate> delegate);
+
+  // False, and nothing changes, when nothing exists at the path.
+  bool addMonitorPath(const std::string& path);
+  void removeMonitorPath(const std::string& path);
+  void startMonitor(const std::vector<std::string>& paths);
+  void stopMonitor();
+  // Restarts the stream over the current paths; false when there are none.
+  bool wakeupMonitor();
+  void updateEventID();
+  bool isRunning() const;
+
+  // "SyncEventID": a stored 0 (or nothing stored) reads as -1, "events from now on".
+  int64_t syncEventID() const;
+  void setSyncEventID(int64_t id);
+
+  // The batch call-back: turns one batch of (path, flag word, identifier) into call-backs and
+  // then stores the stream's latest identifier. Runs on the stream's run loop.
+  void processBatch(const std::vector<std::string>& paths, const std::vector<uint32_t>& flags,
+                    const std::vector<uint64_t>& ids);
+
+ private:
+  void startLocked(const std::vector<std::string>& paths);
+  void stopLocked();
+  std::shared_ptr<FileSystemMonitorDelegate> delegate() const;
+
+  std::unique_ptr<EventStreamFactory> factory_;
+  Preferences& preferences_;
+  mutable std::recursive_mutex mutex_;
+  std::vector<std::string> paths_;
+  bool hasPaths_ = false;
+  std::weak_ptr<FileSystemMonitorDelegate> delegate_;
+  std::unique_ptr<EventStream> stream_;
+};
+
+}  // namespace vexa

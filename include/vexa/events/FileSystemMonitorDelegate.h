@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+
+#include "vexa/Export.h"
+
+namespace vexa {
+
+// Receives file-system events as absolute paths. Every operation is optional: the defaults do
+// nothing.
+class VEXA_EXPORT FileSystemMonitorDelegate {
+ public:
+  virtual ~FileSystemMonitorDelegate() = default;
+
+  // An item was created.
+  virtual void fileCreated(const std::string& path) { (void)path; }
+  // An item was moved or renamed to this path and exists there.
+  virtual void fileMoveIn(const std::string& path) { (void)path; }
+  // An item was moved or renamed away from this path and no longer exists there.
+  virtual void fileMoveOut(const std::string& path) { (void)path; }
+  // One item moved from source to target, both paths known.
+  virtual void fileMoveOrRename(const std::string& source, const std::string& target) {
+    (void)source;
+    (void)target;
+  }
+  // An item was deleted.
+  virtual void fileRemove(const std::string& path) { (void)path; }
+  // An item's contents were modified.
+  virtual void fileModify(const std::string& path) { (void)path; }
+};
+
+}  // namespace vexa

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vexa/Export.h"
+#include "vexa/events/FileSystemMonitorDelegate.h"
+
+namespace vexa {
+
+class DispatchQueue;
+class FileSystemMonitor;
+
+// Subscribes monitors to file-system events by folder.
+//
+// A registrant gives a path and itself; the dispatcher keeps the event stream watching exactly
+// the registered paths and hands every event to each delegate whose path is a plain string
+// prefix of the event's path, as one asynchronous task per (event, path, delegate) on the
+// global queue. A delegate registered under two matching paths hears an event twice, and a move
+// within one watched tree reaches each of its delegates twice, once for the source and once for
+// the target: registrants must tolerate repeats. Moves into or out of the Trash are reported as
+// a move-in of the new location. Registered delegates are retained. Safe from any thread; the
+// events arrive on the main thread.
+class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
+                                    public std::enable_shared_from_this<MonitorDispatch> {
+ public:
+  static MonitorDispatch& shared();
+  static std::shared_ptr<MonitorDispatch> create(FileSystemMonitor& monitor, DispatchQueue& queue);
+
+  // Records nothing when the path does not exist.
+  void addMonitorPath(const std::string& path,
+                      const std::shared_ptr<FileSystemMonitorDelegate>& delegate);
+  void removeMonitorPath(const std::string& path,
+                         const std::shared_ptr<FileSystemMonitorDelegate>& delegate);
+
+  // The registered paths with their delegates, in registration order.
+  std::vector<std::pair<std::string, std::vector<std::shared_ptr<FileSystemMonitorDelegate>>>>
+  registrations() const;
+
+  void fileCreated(const std::string& path) override;
+  void fileMoveIn(const std::string& path) override;
+  void fileMoveOut(const std::string& path) override;
+  void fileMoveOrRename(const std::string& source, const std::string& target) override;
+  void fileRemove(const std::string& path) override;
+  void fileModify(const std::string& path) override;
+
+ private:
+  using Registration =
+      std::pair<std::string, std::vector<std::shared_ptr<FileSystemMonitorDelegate>>>;
+  using Call = void (FileSystemMonitorDelegate::*)(const std::string&);
+
+  MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
+  void fanOut(const std::string& path, Call call);
+
+  FileSystemMonitor* fsMonitor_;  // fetched on first registration when not given
+  bool attached_ = false;
+  DispatchQueue& queue_;
+  mutable std::recursive_mutex mutex_;
+  std::vector<Registration> monitorDict_;
+};
+
+}  // namespace vexa

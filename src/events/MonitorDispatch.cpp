@@ -1,0 +1,128 @@
+#include "vexa/events/MonitorDispatch.h"
+
+#include <algorithm>
+
+#include "vexa/events/FileSystemMonitor.h"
+#include "vexa/util/DispatchQueue.h"
+#include "vexa/util/MonitorString.h"
+
+namespace vexa {
+
+namespace {
+
+bool matches(const std::string& path, const std::string& key) {
+  return MonitorString::startWith(path, key);
+}
+
+bool underTrash(const std::string& path) {
+  auto trash = MonitorString::userTrashPath();
+  return trash && matches(path, *trash);
+}
+
+}  // namespace
+
+MonitorDispatch& MonitorDispatch::shared() {
+  static std::shared_ptr<MonitorDispatch>* instance =
+      new std::shared_ptr<MonitorDispatch>(new MonitorDispatch(nullptr, DispatchQueue::global()));
+  return **instance;
+}
+
+std::shared_ptr<MonitorDispatch> MonitorDispatch::create(FileSystemMonitor& monitor,
+                                                         DispatchQueue& queue) {
+  return std::shared_ptr<MonitorDispatch>(new MonitorDispatch(&monitor, queue));
+}
+
+MonitorDispatch::MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue)
+    : fsMonitor_(monitor), queue_(queue) {}
+
+void MonitorDispatch::addMonitorPath(const std::string& path,
+                                     const std::shared_ptr<FileSystemMonitorDelegate>& delegate) {
+  std::lock_guard lock(mutex_);
+  if (!fsMonitor_) fsMonitor_ = &FileSystemMonitor::shared();
+  if (!attached_) {
+    fsMonitor_->setDelegate(weak_from_this());
+    attached_ = true;
+  }
+  if (!fsMonitor_->addMonitorPath(path)) return;
+  auto entry = std::find_if(monitorDict_.begin(), monitorDict_.end(),
+                            [&](const Registration& r) { return r.first == path; });
+  if (entry == monitorDict_.end()) {
+    monitorDict_.emplace_back(path, std::vector{delegate});
+    return;
+  }
+  auto& delegates = entry->second;
+  if (std::find(delegates.begin(), delegates.end(), delegate) == delegates.end()) {
+    delegates.push_back(delegate);
+  }
+}
+
+void MonitorDispatch::removeMonitorPath(
+    const std::string& path, const std::shared_ptr<FileSystemMonitorDelegate>& delegate) {
+  std::lock_guard lock(mutex_);
+  if (!fsMonitor_) return;
+  auto entry = std::find_if(monitorDict_.begin(), monitorDict_.end(),
+                            [&](const Registration& r) { return r.first == path; });
+  if (entry == monitorDict_.end()) return;
+  auto& delegates = entry->second;
+  delegates.erase(std::remove(delegates.begin(), delegates.end(), delegate), delegates.end());
+  if (!delegates.empty()) return;
+  fsMonitor_->removeMonitorPath(path);
+  monitorDict_.erase(entry);
+}
+
+std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() const {
+  std::lock_guard lock(mutex_);
+  return monitorDict_;
+}
+
+void MonitorDispatch::fanOut(const std::string& path, Call call) {
+  std::lock_guard lock(mutex_);
+  for (const auto& [key, delegates] : monitorDict_) {
+    if (!matches(path, key)) continue;
+    for (const auto& delegate : delegates) {
+      if (!delegate) continue;
+      queue_.async([delegate, path, call] { ((*delegate).*call)(path); });
+    }
+  }
+}
+
+void MonitorDispatch::fileCreated(const std::string& path) {
+  fanOut(path, &FileSystemMonitorDelegate::fileCreated);
+}
+
+void MonitorDispatch::fileMoveIn(const std::string& path) {
+  fanOut(path, &FileSystemMonitorDelegate::fileMoveIn);
+}
+
+void MonitorDispatch::fileMoveOut(const std::string& path) {
+  fanOut(path, &FileSystemMonitorDelegate::fileMoveOut);
+}
+
+void MonitorDispatch::fileRemove(const std::string& path) {
+  fanOut(path, &FileSystemMonitorDelegate::fileRemove);
+}
+
+void MonitorDispatch::fileModify(const std::string& path) {
+  fanOut(path, &FileSystemMonitorDelegate::fileModify);
+}
+
+void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::string& target) {
+  if (underTrash(target) || underTrash(source)) {
+    fileMoveIn(target);
+    return;
+  }
+  std::lock_guard lock(mutex_);
+  for (const auto& [key, delegates] : monitorDict_) {
+    // Once for the source and once more for the target: a move within one tree is reported
+    // twice to each of its delegates.
+    for (const std::string* side : {&source, &target}) {
+      if (!matches(*side, key)) continue;
+      for (const auto& delegate : delegates) {
+        if (!delegate) continue;
+        queue_.async([delegate, source, target] { delegate->fileMoveOrRename(source, target); });
+      }
+    }
+  }
+}
+
+}  // namespace vexa

@@ -1,0 +1,128 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "events/EventStream.h"
+
+struct inotify_event;
+
+namespace vexa {
+
+// Recursive watching of directory trees with inotify: one watch per directory, kept in step as
+// directories appear, move and vanish, with events numbered by a 64-bit counter and delivered in
+// batches on a run loop.
+//
+// One subscriber at a time (the process's one stream). The watches outlive a subscription for a
+// grace period, so that a stream restarted over a changed set of trees keeps the watches it
+// shares with the old one and loses no event in between: events that arrive while nobody is
+// subscribed are kept for the next subscriber (those newer than its starting identifier).
+//
+// The watcher's thread sleeps in poll() while nothing happens. Queue overflow is logged and
+// repaired by crawling the trees again; hitting the per-user watch limit is logged once, naming
+// the sysctl to raise, and the directories already watched keep being served.
+class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
+ public:
+  struct Options {
+    std::chrono::milliseconds grace{5000};  // watches kept after the last unsubscribe
+    size_t maxPending = 1 << 20;            // events kept at most while undelivered
+  };
+
+  static std::shared_ptr<InotifyWatcher> create(Options options);
+  static std::shared_ptr<InotifyWatcher> create() { return create(Options{}); }
+  ~InotifyWatcher();
+  InotifyWatcher(const InotifyWatcher&) = delete;
+  InotifyWatcher& operator=(const InotifyWatcher&) = delete;
+
+  // Makes `roots` the watched trees. Events with an identifier up to `sinceWhen` are not
+  // delivered (kEventIdSinceNow: only events from now on); identifiers continue after it.
+  // Answers a token for unsubscribe.
+  uint64_t subscribe(const std::vector<std::string>& roots, uint64_t sinceWhen, double latency,
+                     RunLoop loop, EventStream::Callback callback);
+  void unsubscribe(uint64_t token);
+
+  uint64_t latestEventId() const { return lastId_.load(); }
+  // Waits until the watches of the newest subscription are in place.
+  bool waitUntilSettled(std::chrono::milliseconds timeout);
+  size_t watchCount() const;
+  // True once the per-user watch limit stopped a directory from being watched.
+  bool watchLimitReached() const { return watchLimitReached_.load(); }
+
+ private:
+  struct Subscription {
+    uint64_t token = 0;
+    std::vector<std::string> roots;
+    uint64_t sinceWhen = kEventIdSinceNow;
+    double latency = 1.0;
+    std::optional<RunLoop> loop;
+    EventStream::Callback callback;
+    bool active = false;
+  };
+  struct PendingMove {
+    uint32_t cookie = 0;
+    std::string path;
+    bool isDir = false;
+  };
+
+  explicit InotifyWatcher(Options options);
+  void threadMain();
+  // One turn: apply a new subscription, wait for kernel events until `deadline` (or forever),
+  // read and translate them, hand over a due batch. Answers false when the watcher stops.
+  bool step();
+  void reconcile();
+  void readEvents();
+  void handleEvent(const ::inotify_event& event);
+  void flushPendingMove();
+  void recrawl();
+  void addTree(const std::string& root, bool reportContents);
+  int addWatch(const std::string& path, bool isRoot);
+  void forgetTree(const std::string& path, bool removeWatches);
+  void renameTree(const std::string& from, const std::string& to);
+  void emit(const std::string& path, uint32_t flags);
+  void deliverDue();
+  void deliverOnLoop();
+  bool underRoots(const std::string& path, const std::vector<std::string>& roots) const;
+  bool isRoot(const std::string& path) const;
+
+  const Options options_;
+  int inotifyFd_ = -1;
+  int wakeFd_ = -1;
+  std::thread thread_;
+
+  // Shared with subscribers and the loop; guarded by mutex_.
+  mutable std::mutex mutex_;
+  std::condition_variable settled_;
+  Subscription subscription_;
+  uint64_t requestedGeneration_ = 0;
+  uint64_t settledGeneration_ = 0;
+  std::vector<FsEvent> pending_;
+  std::chrono::steady_clock::time_point firstPending_;
+  bool deliveryPosted_ = false;
+  bool stopping_ = false;
+  std::optional<std::chrono::steady_clock::time_point> unsubscribedAt_;
+  size_t watchCount_ = 0;
+
+  std::atomic<uint64_t> lastId_{0};
+  std::atomic<bool> watchLimitReached_{false};
+
+  // The watcher thread's own state.
+  uint64_t appliedGeneration_ = 0;
+  std::vector<std::string> watchedRoots_;
+  std::unordered_map<int, std::string> pathOfWatch_;
+  std::map<std::string, int> watchOfPath_;
+  std::unordered_set<std::string> reportedByScan_;
+  std::optional<PendingMove> pendingMove_;
+};
+
+}  // namespace vexa

@@ -1,0 +1,145 @@
+#include "vexa/events/MonitorDispatch.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "support/FakeEventStream.h"
+#include "support/RecordingDelegate.h"
+#include "support/TempDir.h"
+#include "vexa/events/FileSystemMonitor.h"
+#include "vexa/util/DispatchQueue.h"
+#include "vexa/util/Preferences.h"
+
+namespace vexa {
+namespace {
+
+using test::RecordingDelegate;
+using Strings = std::vector<std::string>;
+
+Strings sorted(Strings v) {
+  std::sort(v.begin(), v.end());
+  return v;
+}
+
+class MonitorDispatchTest : public ::testing::Test {
+ protected:
+  MonitorDispatchTest()
+      : log(std::make_shared<test::FakeStreamLog>()),
+        prefs(dir / "prefs.json"),
+        monitor(std::make_unique<test::FakeEventStreamFactory>(log), prefs),
+        dispatch(MonitorDispatch::create(monitor, DispatchQueue::global())),
+        trash(dir / "data/Trash/files"),
+        dataHome("XDG_DATA_HOME", dir / "data") {
+    home = dir.mkdir("home");
+    apps = dir.mkdir("home/Applications");
+    std::filesystem::create_directories(trash);
+  }
+
+  test::TempDir dir;
+  std::shared_ptr<test::FakeStreamLog> log;
+  Preferences prefs;
+  FileSystemMonitor monitor;
+  std::shared_ptr<MonitorDispatch> dispatch;
+  std::string trash;
+  test::ScopedEnv dataHome;
+  std::string home, apps;
+};
+
+TEST_F(MonitorDispatchTest, RegistrationFollowsThePartsRules) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto b = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(dir / "missing", a);
+  EXPECT_TRUE(dispatch->registrations().empty());
+  EXPECT_TRUE(log->created.empty());
+
+  dispatch->addMonitorPath(home, a);
+  dispatch->addMonitorPath(home, a);  // the same pair again: one entry
+  ASSERT_EQ(dispatch->registrations().size(), 1u);
+  EXPECT_EQ(dispatch->registrations()[0].second.size(), 1u);
+  EXPECT_EQ(monitor.paths(), Strings{home});
+
+  dispatch->addMonitorPath(home, b);
+  dispatch->removeMonitorPath(home, a);
+  EXPECT_EQ(monitor.paths(), Strings{home});  // b still registered
+  dispatch->removeMonitorPath(home, a);       // not registered any more: nothing changes
+  EXPECT_EQ(dispatch->registrations()[0].second.size(), 1u);
+  dispatch->removeMonitorPath(home, b);
+  EXPECT_TRUE(dispatch->registrations().empty());
+  EXPECT_TRUE(monitor.paths().empty());
+  EXPECT_FALSE(monitor.isRunning());
+}
+
+TEST_F(MonitorDispatchTest, RemovingAnUnknownDelegateStillDropsAnEmptyKey) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto stranger = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->removeMonitorPath(home, stranger);  // a remains: nothing changes
+  EXPECT_EQ(monitor.paths(), Strings{home});
+  dispatch->removeMonitorPath(apps, stranger);  // not a key: nothing at all
+  EXPECT_EQ(monitor.paths(), Strings{home});
+}
+
+TEST_F(MonitorDispatchTest, OverlappingRegistrationsDeliverOncePerMatchingKey) {
+  auto a = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->addMonitorPath(apps, a);
+  const std::string app = apps + "/Editor.app";
+  monitor.processBatch({app, home + "/notes.txt"}, {0x100, 0x1000}, {1, 2});
+  ASSERT_TRUE(a->waitForCount(3));
+  EXPECT_EQ(sorted(a->calls()),
+            sorted({"created " + app, "created " + app, "modified " + home + "/notes.txt"}));
+}
+
+TEST_F(MonitorDispatchTest, PrefixMatchingIgnoresComponentBoundaries) {
+  auto a = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  const std::string sibling = home + "-other/file";  // "/home" is a prefix of "/home-other"
+  monitor.processBatch({sibling, dir / "elsewhere"}, {0x200, 0x200}, {1, 2});
+  ASSERT_TRUE(a->waitForCount(1));
+  EXPECT_EQ(a->calls(), Strings{"removed " + sibling});
+}
+
+TEST_F(MonitorDispatchTest, ARenameWithinATreeIsReportedTwice) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto b = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->addMonitorPath(home, b);
+  monitor.processBatch({home + "/a", home + "/b"}, {0x800, 0x800}, {7, 8});
+  const std::string move = "move " + home + "/a -> " + home + "/b";
+  for (const auto& d : {a, b}) {
+    ASSERT_TRUE(d->waitForCount(3));
+    EXPECT_EQ(sorted(d->calls()), sorted({"moveout " + home + "/a", move, move}));
+  }
+}
+
+TEST_F(MonitorDispatchTest, MovesIntoAndOutOfTheTrashAreMoveIns) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto t = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->addMonitorPath(trash, t);
+  const std::string inTrash = trash + "/x";
+  dispatch->fileMoveOrRename(home + "/x", inTrash);
+  dispatch->fileMoveOrRename(inTrash, home + "/x");
+  ASSERT_TRUE(t->waitForCount(1));
+  ASSERT_TRUE(a->waitForCount(1));
+  EXPECT_EQ(t->calls(), Strings{"movein " + inTrash});
+  EXPECT_EQ(a->calls(), Strings{"movein " + home + "/x"});
+}
+
+TEST_F(MonitorDispatchTest, EachTaskKeepsItsDelegateAlive) {
+  auto a = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  std::weak_ptr<RecordingDelegate> watch = a;
+  monitor.processBatch({home + "/f"}, {0x100}, {1});
+  dispatch->removeMonitorPath(home, a);
+  ASSERT_TRUE(a->waitForCount(1));
+  a.reset();
+  // The queued task held the last reference; it is released once the task has run.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_TRUE(watch.expired());
+}
+
+}  // namespace
+}  // namespace vexa
