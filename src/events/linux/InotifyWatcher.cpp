@@ -54,7 +54,8 @@ std::shared_ptr<InotifyWatcher> InotifyWatcher::create(Options options) {
                    std::strerror(errno));
     return nullptr;
   }
-  watcher->thread_ = std::thread([raw = watcher.get()] { raw->threadMain(); });
+  if (options.ownThread)
+    watcher->thread_ = std::thread([raw = watcher.get()] { raw->threadMain(); });
   return watcher;
 }
 
@@ -133,7 +134,7 @@ void InotifyWatcher::threadMain() {
   });
 }
 
-bool InotifyWatcher::step() {
+bool InotifyWatcher::step(int maxWaitMs) {
   uint64_t requested;
   int timeout = -1;
   {
@@ -157,6 +158,7 @@ bool InotifyWatcher::step() {
     if (unsubscribedAt_) until(*unsubscribedAt_ + options_.grace);
     if (requestedGeneration_ != requested) timeout = 0;
   }
+  if (maxWaitMs >= 0) timeout = timeout < 0 ? maxWaitMs : std::min(timeout, maxWaitMs);
   pollfd fds[2] = {{inotifyFd_, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
   const int ready = ::poll(fds, 2, timeout);
   if (ready > 0 && (fds[1].revents & POLLIN)) {
@@ -240,10 +242,10 @@ void InotifyWatcher::readEvents() {
 
 void InotifyWatcher::handleEvent(const struct inotify_event& event) {
   if (event.mask & IN_Q_OVERFLOW) {
-    SystemLog::log(
-        "file events were lost (the inotify queue overflowed); rescanning the watched "
-        "folders (raise fs.inotify.max_queued_events to avoid this)");
     recrawl();
+    SystemLog::log(
+        "file events were lost (the inotify queue overflowed); the watched folders were "
+        "scanned again (raise fs.inotify.max_queued_events to avoid this)");
     return;
   }
   auto found = pathOfWatch_.find(event.wd);

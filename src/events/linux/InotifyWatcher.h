@@ -37,6 +37,7 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
   struct Options {
     std::chrono::milliseconds grace{5000};  // watches kept after the last unsubscribe
     size_t maxPending = 1 << 20;            // events kept at most while undelivered
+    bool ownThread = true;                  // false: the owner turns the watcher by calling step()
   };
 
   static std::shared_ptr<InotifyWatcher> create(Options options);
@@ -59,6 +60,11 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
   // True once the per-user watch limit stopped a directory from being watched.
   bool watchLimitReached() const { return watchLimitReached_.load(); }
 
+  // One turn: apply a new subscription, wait for kernel events (at most `maxWaitMs`, -1 for as
+  // long as nothing is due), read and translate them, hand over a due batch. Answers false once
+  // the watcher is stopping. The watcher's own thread is a loop of these.
+  bool step(int maxWaitMs = -1);
+
  private:
   struct Subscription {
     uint64_t token = 0;
@@ -77,9 +83,6 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
 
   explicit InotifyWatcher(Options options);
   void threadMain();
-  // One turn: apply a new subscription, wait for kernel events until `deadline` (or forever),
-  // read and translate them, hand over a due batch. Answers false when the watcher stops.
-  bool step();
   void reconcile();
   void readEvents();
   void handleEvent(const ::inotify_event& event);
