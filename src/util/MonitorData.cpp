@@ -130,7 +130,8 @@ std::optional<Bytes> deflateAll(Deflater& deflater, std::span<const std::uint8_t
 // Inflates from an output buffer of 1.5 times the input, growing while it fills, until the
 // stream ends. Growth is geometric so that highly compressed input costs linear time.
 std::optional<Bytes> inflateAll(Inflater& inflater, std::span<const std::uint8_t> data,
-                                std::size_t limit) {
+                                std::size_t limit, bool* tooLarge) {
+  if (tooLarge) *tooLarge = false;
   if (data.empty() || inflater.acquire() != Z_OK) return std::nullopt;
   z_stream& s = inflater.stream();
   Bytes out(std::min(limit, data.size() + data.size() / 2));
@@ -139,7 +140,10 @@ std::optional<Bytes> inflateAll(Inflater& inflater, std::span<const std::uint8_t
   size_t used = 0;
   for (;;) {
     if (used == out.size()) {
-      if (out.size() >= limit) return std::nullopt;
+      if (out.size() >= limit) {
+        if (tooLarge) *tooLarge = true;
+        return std::nullopt;
+      }
       const size_t grow = std::max(data.size() / 2, out.size());
       out.resize(std::min(limit, out.size() + std::max<size_t>(grow, 64)));
     }
@@ -202,10 +206,10 @@ std::optional<Bytes> MonitorData::zlibDeflate(std::span<const std::uint8_t> data
   return deflateAll(deflater, data, false);
 }
 
-std::optional<Bytes> MonitorData::zlibInflate(std::span<const std::uint8_t> data,
-                                              std::size_t limit) {
+std::optional<Bytes> MonitorData::zlibInflate(std::span<const std::uint8_t> data, std::size_t limit,
+                                              bool* tooLarge) {
   thread_local Inflater inflater(kZlibWindowBits);
-  return inflateAll(inflater, data, limit);
+  return inflateAll(inflater, data, limit, tooLarge);
 }
 
 std::optional<Bytes> MonitorData::gzipData(std::span<const std::uint8_t> data) {
@@ -218,10 +222,10 @@ std::optional<Bytes> MonitorData::gzipData(std::string_view text) {
   return gzipData(std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
 }
 
-std::optional<Bytes> MonitorData::ungzipData(std::span<const std::uint8_t> data,
-                                             std::size_t limit) {
+std::optional<Bytes> MonitorData::ungzipData(std::span<const std::uint8_t> data, std::size_t limit,
+                                             bool* tooLarge) {
   thread_local Inflater inflater(kAutoHeaderWindowBits);
-  return inflateAll(inflater, data, limit);
+  return inflateAll(inflater, data, limit, tooLarge);
 }
 
 }  // namespace vexa

@@ -154,7 +154,11 @@ TEST(MonitorDataTest, InflationStopsAtItsLimit) {
   const Bytes zeros(64 << 20, 0);
   const Bytes bomb = *MonitorData::gzipData(zeros);
   EXPECT_LT(bomb.size(), 100000u);
-  EXPECT_FALSE(MonitorData::ungzipData(bomb, 1 << 20));
+  bool tooLarge = false;
+  EXPECT_FALSE(MonitorData::ungzipData(bomb, 1 << 20, &tooLarge));
+  EXPECT_TRUE(tooLarge);
+  EXPECT_FALSE(MonitorData::ungzipData(Bytes{0x1F, 0x8B, 0x08, 0x00}, 1 << 20, &tooLarge));
+  EXPECT_FALSE(tooLarge);  // broken, not too large
   auto whole = MonitorData::ungzipData(bomb, 64 << 20);
   ASSERT_TRUE(whole);
   EXPECT_EQ(whole->size(), zeros.size());

@@ -34,8 +34,10 @@ class VEXA_EXPORT MonitorData {
   static std::optional<Bytes> zlibDeflate(std::span<const std::uint8_t> data);
   // The inflated bytes of a zlib stream; empty on any error, on truncation, or when the output
   // would exceed `limit`.
+  // `tooLarge`, when given, tells whether the limit was the reason for an empty answer.
   static std::optional<Bytes> zlibInflate(std::span<const std::uint8_t> data,
-                                          std::size_t limit = kDefaultInflateLimit);
+                                          std::size_t limit = kDefaultInflateLimit,
+                                          bool* tooLarge = nullptr);
 
   // A gzip stream: default level, deflate, window bits 31, memory level 8, default strategy.
   // Empty input yields empty output. Empty (and logged) on a zlib error.
@@ -44,7 +46,8 @@ class VEXA_EXPORT MonitorData {
   // The inflated bytes of a gzip or zlib stream (header detected); empty on any error, on
   // truncation, or when the output would exceed `limit` (a guard against compression bombs).
   static std::optional<Bytes> ungzipData(std::span<const std::uint8_t> data,
-                                         std::size_t limit = kDefaultInflateLimit);
+                                         std::size_t limit = kDefaultInflateLimit,
+                                         bool* tooLarge = nullptr);
 };
 
 }  // namespace vexa

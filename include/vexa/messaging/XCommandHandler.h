@@ -1,0 +1,21 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "vexa/Export.h"
+
+namespace vexa {
+
+// Receives what the host application's commands carry for the installed-application monitor.
+// Registered on the server by whoever owns that monitor (the agent wires it at start-up).
+// Called on the connection's receiving thread.
+class VEXA_EXPORT XCommandHandler {
+ public:
+  virtual ~XCommandHandler() = default;
+  // "InstallPaths" of the host's "ConnectCommand".
+  virtual void setInstallPaths(const nlohmann::json& paths) { (void)paths; }
+  // "Path" of "ForceRemoveSuccessCommand": a non-empty list.
+  virtual void clearForceRemovedApp(const nlohmann::json& paths) { (void)paths; }
+};
+
+}  // namespace vexa

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "vexa/Export.h"
+#include "vexa/messaging/Message.h"
+
+namespace vexa {
+
+class XConnectClient;
+class XCommandHandler;
+
+// The agent's TCP server for the host application and other clients.
+//
+// At most 10 connections hold a slot at a time (one slot table for the whole process); the
+// eleventh is told "ServerRefuseCommand" and left open. The loading process calls startListen()
+// and runs acceptConnect() on a thread of its own; stopListen() ends it. Monitors find the host's
+// connection with getConnetClientByIdentity(kHostIdentity) and send on it. Safe from any thread.
+class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketServer> {
+ public:
+  static constexpr const char* kHostIdentity = "com.tarnwick.Vexa-Sweeper";
+  static constexpr int kMaxClients = 10;
+
+  static XSocketServer& shared();
+  static std::shared_ptr<XSocketServer> create(std::string host = "0.0.0.0", uint16_t port = 13145);
+  ~XSocketServer();
+  XSocketServer(const XSocketServer&) = delete;
+  XSocketServer& operator=(const XSocketServer&) = delete;
+
+  std::string host() const { return host_; }
+  // The port; after listening on port 0, the one the system chose.
+  uint16_t port() const { return port_.load(); }
+  void setPort(uint16_t port);
+  int socketFD() const { return socketFD_.load(); }
+  bool isAccept() const { return isAccept_.load(); }
+
+  // Binds and listens (backlog 10); an empty host means 127.0.0.1. False on any failure.
+  bool startListen();
+  bool setBlock(bool blocking);
+  // The accept loop: blocks the calling thread until stopListen(). Running out of descriptors
+  // makes it pause and try again; it keeps serving.
+  void acceptConnect();
+  // Broadcasts "quit", ends the accept loop and closes the listening socket.
+  void stopListen();
+
+  void sendData(const Message& message, int connectFD);
+  void broadcast(const Message& message);
+  // The first open connection whose peer identified itself as `identity`.
+  std::shared_ptr<XConnectClient> getConnetClientByIdentity(const std::string& identity);
+  // Drops closed connections and frees their slots.
+  void clearClient();
+  // Decimal socket descriptor -> connection.
+  std::map<std::string, std::shared_ptr<XConnectClient>> connectDict() const;
+
+  void setCommandHandler(std::weak_ptr<XCommandHandler> handler);
+  std::shared_ptr<XCommandHandler> commandHandler() const;
+  void setDelegate(std::shared_ptr<void> delegate);
+
+  // The process-wide slot table (descriptors; 0 is a free slot).
+  static std::vector<int> slots();
+
+ private:
+  XSocketServer(std::string host, uint16_t port);
+
+  const std::string host_;
+  std::atomic<uint16_t> port_;
+  std::atomic<int> socketFD_{0};
+  std::atomic<bool> isAccept_{true};
+  bool isListen_ = false;
+  mutable std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
+  std::vector<int> refused_;  // left open as refused; closed when the server goes
+  std::weak_ptr<XCommandHandler> handler_;
+  std::shared_ptr<void> delegate_;
+};
+
+}  // namespace vexa

@@ -1,0 +1,98 @@
+#include "vexa/messaging/XConnectClient.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "messaging/Frame.h"
+#include "messaging/SocketChannel.h"
+#include "util/RunGuarded.h"
+#include "vexa/messaging/XCommandHandler.h"
+#include "vexa/messaging/XSocketServer.h"
+
+namespace vexa {
+
+std::shared_ptr<XConnectClient> XConnectClient::create(int connectFD,
+                                                       std::weak_ptr<XSocketServer> delegate) {
+  std::shared_ptr<XConnectClient> client(new XConnectClient(connectFD, std::move(delegate)));
+  // The thread keeps the connection alive until it ends.
+  std::thread([client] { client->recvData(); }).detach();
+  return client;
+}
+
+XConnectClient::XConnectClient(int fd, std::weak_ptr<XSocketServer> delegate)
+    : fd_(fd), connectFD_(fd), delegate_(std::move(delegate)) {}
+
+XConnectClient::~XConnectClient() = default;
+
+std::string XConnectClient::identity() const {
+  std::lock_guard lock(identityMutex_);
+  return identity_;
+}
+
+bool XConnectClient::sendData(const Message& message) {
+  std::lock_guard lock(sendMutex_);
+  if (connectFD_.load() <= 0) return false;
+  SocketChannel channel(fd_);
+  return Frame::write(channel, message);
+}
+
+void XConnectClient::closeConnect() {
+  isRecv_ = false;
+  std::lock_guard lock(sendMutex_);
+  if (connectFD_.exchange(0) > 0) ::shutdown(fd_, SHUT_RDWR);  // wakes the receiving thread
+}
+
+void XConnectClient::recvData() {
+  runGuarded("connection", [this] {
+    try {
+      SocketChannel channel(fd_);
+      while (isRecv_.load()) {
+        const Frame::ReadResult frame = Frame::read(channel);
+        if (frame.status == Frame::Status::Closed || frame.status == Frame::Status::Rejected) {
+          closeConnect();
+          if (auto server = delegate_.lock()) server->clearClient();
+          break;
+        }
+        if (frame.status == Frame::Status::Text) handleMessage(frame.text);
+      }
+    } catch (...) {
+      closeConnect();
+    }
+  });
+  closeConnect();
+  std::lock_guard lock(sendMutex_);
+  ::close(fd_);
+}
+
+void XConnectClient::handleMessage(const std::string& text) {
+  if (text.empty()) return;
+  auto message = Message::fromJSON(text);
+  if (!message) return;
+  const std::string name = message->name();
+  const nlohmann::json& parms = message->parms();
+  auto server = delegate_.lock();
+  auto handler = server ? server->commandHandler() : nullptr;
+  if (name == "ConnectCommand") {
+    std::string identity;
+    if (parms.is_object() && parms.contains("Identity") && parms["Identity"].is_string()) {
+      identity = parms["Identity"].get<std::string>();
+    }
+    {
+      std::lock_guard lock(identityMutex_);
+      identity_ = identity;
+    }
+    if (identity != XSocketServer::kHostIdentity) return;
+    if (parms.contains("InstallPaths") && handler) handler->setInstallPaths(parms["InstallPaths"]);
+  } else if (name == "quit") {
+    closeConnect();
+  } else if (name == "ForceRemoveSuccessCommand") {
+    if (parms.is_object() && parms.contains("Path") && parms["Path"].is_array() &&
+        !parms["Path"].empty() && handler) {
+      handler->clearForceRemovedApp(parms["Path"]);
+    }
+  }
+}
+
+}  // namespace vexa
