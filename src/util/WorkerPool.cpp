@@ -91,8 +91,10 @@ void WorkerPool::schedulerLoop() {
       continue;
     }
     auto first = delayed_.begin();
-    if (Clock::now() < first->first) {
-      schedulerWake_.wait_until(lock, first->first);
+    // A copy: the item may be gone (destructor, earlier item) while the wait has the lock free.
+    const Clock::time_point due = first->first;
+    if (Clock::now() < due) {
+      schedulerWake_.wait_until(lock, due);
       continue;
     }
     std::function<void()> fn = std::move(first->second);

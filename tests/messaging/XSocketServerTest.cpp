@@ -207,13 +207,15 @@ TEST_F(XSocketServerTest, TheAcceptLoopWaitsOutALackOfDescriptors) {
   std::vector<int> fillers;  // take every free number below the limit
   for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) fillers.push_back(fd);
   for (auto& c : clients) ASSERT_TRUE(c->connectTo(server->port()));
-  EXPECT_FALSE(clients[0]->receive(300));  // no descriptor: no connection yet
+  // Normally nothing is accepted now; a descriptor some runtime frees meanwhile may let one in.
+  std::vector<std::optional<std::string>> greetings;
+  for (auto& c : clients) greetings.push_back(c->receive(100));
   for (int fd : fillers) close(fd);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
-  for (auto& c : clients) {
-    auto greeting = c->receive();
-    ASSERT_TRUE(greeting);
-    EXPECT_NE(greeting->find("ServerConnectCommand"), std::string::npos);
+  for (size_t i = 0; i < clients.size(); ++i) {
+    if (!greetings[i]) greetings[i] = clients[i]->receive();
+    ASSERT_TRUE(greetings[i]) << i;
+    EXPECT_NE(greetings[i]->find("ServerConnectCommand"), std::string::npos);
   }
 }
 
