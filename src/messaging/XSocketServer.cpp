@@ -64,6 +64,16 @@ XSocketServer::~XSocketServer() {
   for (int fd : refused_) ::close(fd);
 }
 
+std::string XSocketServer::host() const {
+  std::lock_guard lock(mutex_);
+  return host_;
+}
+
+void XSocketServer::setHost(const std::string& host) {
+  std::lock_guard lock(mutex_);
+  host_ = host;
+}
+
 void XSocketServer::setPort(uint16_t port) {
   if (port != port_.load()) port_ = port;
 }
@@ -78,7 +88,8 @@ bool XSocketServer::startListen() {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port_.load());
-  const std::string bindTo = host_.empty() ? "127.0.0.1" : host_;
+  const std::string configured = host();
+  const std::string bindTo = configured.empty() ? "127.0.0.1" : configured;
   if (::inet_pton(AF_INET, bindTo.c_str(), &address.sin_addr) != 1) return false;
   const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) return false;

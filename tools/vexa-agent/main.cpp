@@ -1,22 +1,43 @@
-// vexa-agent: the background agent. It keeps the main run loop turning for the library's
-// monitors and stops cleanly on SIGINT or SIGTERM.
+// vexa-agent: the background agent. It serves the host application on a local TCP socket,
+// keeps the main run loop turning for the library's monitors, and stops cleanly on SIGINT or
+// SIGTERM (telling every client "quit").
 #include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <thread>
 
+#include "vexa/messaging/XSocketServer.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
 
+namespace {
+
+int usage() {
+  std::fprintf(stderr, "usage: vexa-agent [--host ADDR] [--port N] [--verbose]\n");
+  return 2;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  std::string host = "127.0.0.1";  // loopback unless asked otherwise
+  long port = 13145;
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--verbose") == 0) {
+    const std::string arg = argv[i];
+    if (arg == "--verbose") {
       vexa::SystemLog::setMirrorToStderr(true);
+    } else if (arg == "--host" && i + 1 < argc) {
+      host = argv[++i];
+    } else if (arg == "--port" && i + 1 < argc) {
+      char* end = nullptr;
+      port = std::strtol(argv[++i], &end, 10);
+      if (*end != 0 || port < 0 || port > 65535) return usage();
     } else {
-      std::fprintf(stderr, "usage: vexa-agent [--verbose]\n");
-      return 2;
+      return usage();
     }
   }
 
@@ -28,6 +49,16 @@ int main(int argc, char** argv) {
   sigaddset(&stopSignals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+  vexa::XSocketServer& server = vexa::XSocketServer::shared();
+  server.setHost(host);
+  server.setPort(static_cast<uint16_t>(port));
+  if (!server.startListen()) {
+    std::fprintf(stderr, "vexa-agent: cannot listen on %s:%ld: %s\n", host.c_str(), port,
+                 std::strerror(errno));
+    return 1;
+  }
+  std::thread acceptor([&server] { server.acceptConnect(); });
+
   vexa::RunLoop loop = vexa::RunLoop::main();
   std::thread([stopSignals, loop] {
     int signal = 0;
@@ -35,10 +66,11 @@ int main(int argc, char** argv) {
     loop.quit();
   }).detach();
 
-  std::printf("vexa-agent running (pid %d); stop with Ctrl-C\n", static_cast<int>(getpid()));
+  std::printf("listening on %s:%u\n", host.c_str(), static_cast<unsigned>(server.port()));
   std::fflush(stdout);
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
-  std::printf("vexa-agent stopped\n");
+  server.stopListen();
+  acceptor.join();
   return 0;
 }

@@ -33,7 +33,9 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   XSocketServer(const XSocketServer&) = delete;
   XSocketServer& operator=(const XSocketServer&) = delete;
 
-  std::string host() const { return host_; }
+  std::string host() const;
+  // Takes effect at the next startListen() (the agent binds the shared server to loopback).
+  void setHost(const std::string& host);
   // The port; after listening on port 0, the one the system chose.
   uint16_t port() const { return port_.load(); }
   void setPort(uint16_t port);
@@ -68,7 +70,7 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
  private:
   XSocketServer(std::string host, uint16_t port);
 
-  const std::string host_;
+  std::string host_;  // guarded by mutex_
   std::atomic<uint16_t> port_;
   std::atomic<int> socketFD_{0};
   std::atomic<bool> isAccept_{true};

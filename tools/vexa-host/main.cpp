@@ -1,0 +1,101 @@
+// vexa-host: the host application's side of the channel, for people and tests. Connects to an
+// agent, identifies itself with "ConnectCommand", prints every message it receives as one line
+// of compact JSON, and sends each JSON line read from standard input as a frame. Exits 0 when the
+// agent says "quit" or closes the connection.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "messaging/Frame.h"
+#include "messaging/SocketChannel.h"
+#include "vexa/messaging/Json2Model.h"
+#include "vexa/messaging/XSocketServer.h"
+
+namespace {
+
+int usage() {
+  std::fprintf(
+      stderr,
+      "usage: vexa-host [--host ADDR] [--port N] [--identity ID] [--install-path DIR]...\n");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string host = "127.0.0.1";
+  long port = 13145;
+  std::string identity = vexa::XSocketServer::kHostIdentity;
+  nlohmann::json installPaths = nlohmann::json::array();
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (i + 1 >= argc) return usage();
+    if (arg == "--host") {
+      host = argv[++i];
+    } else if (arg == "--port") {
+      char* end = nullptr;
+      port = std::strtol(argv[++i], &end, 10);
+      if (*end != 0 || port < 1 || port > 65535) return usage();
+    } else if (arg == "--identity") {
+      identity = argv[++i];
+    } else if (arg == "--install-path") {
+      installPaths.push_back(argv[++i]);
+    } else {
+      return usage();
+    }
+  }
+
+  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  if (fd < 0 || ::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1 ||
+      ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    std::fprintf(stderr, "vexa-host: cannot connect to %s:%ld\n", host.c_str(), port);
+    return 1;
+  }
+  vexa::SocketChannel::setNoDelay(fd);
+  vexa::SocketChannel channel(fd);
+  std::mutex sending;
+  {
+    std::lock_guard lock(sending);
+    vexa::Frame::write(channel, vexa::Message("ConnectCommand", {{"Identity", identity},
+                                                                 {"InstallPaths", installPaths}}));
+  }
+
+  // Standard input: one JSON message per line, sent as it comes.
+  std::thread([&] {
+    std::string line;
+    while (std::getline(std::cin, line)) {
+      auto message = vexa::Message::fromJSON(line);
+      if (!message) {
+        std::fprintf(stderr, "vexa-host: not a message: %s\n", line.c_str());
+        continue;
+      }
+      std::lock_guard lock(sending);
+      vexa::Frame::write(channel, *message);
+    }
+  }).detach();
+
+  for (;;) {
+    const vexa::Frame::ReadResult frame = vexa::Frame::read(channel);
+    if (frame.status == vexa::Frame::Status::Closed) break;
+    if (frame.status == vexa::Frame::Status::Rejected) return 1;
+    if (frame.status != vexa::Frame::Status::Text) continue;
+    auto parsed = vexa::JSONObject(frame.text);
+    const std::string line = parsed ? vexa::JSONString(*parsed).value_or(frame.text) : frame.text;
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+    if (parsed && parsed->is_object() && parsed->value("name", nlohmann::json()) == "quit") break;
+  }
+  ::shutdown(fd, SHUT_RDWR);
+  std::_Exit(0);  // the reader of standard input may still be blocked
+}
