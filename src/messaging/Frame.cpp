@@ -64,7 +64,7 @@ Frame::ReadResult Frame::read(ByteChannel& channel) {
     return {Status::Rejected, {}};
   }
   Bytes payload;
-  payload.reserve(length);
+  payload.reserve(std::min<size_t>(length, 1 << 20));  // grows with what actually arrives
   uint8_t buffer[kPieceSize];
   while (payload.size() < length) {
     const size_t want = std::min<size_t>(kPieceSize, length - payload.size());

@@ -74,7 +74,6 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   std::atomic<uint16_t> port_;
   std::atomic<int> socketFD_{0};
   std::atomic<bool> isAccept_{true};
-  bool isListen_ = false;
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
   std::vector<int> refused_;  // left open as refused; closed when the server goes
