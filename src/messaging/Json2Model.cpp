@@ -26,12 +26,32 @@ Registry& registry() {
   return *r;
 }
 
-std::optional<Json2Model::ClassInfo> classInfo(const std::string& name) {
+// Entries are never removed and map nodes never move: a found entry stays valid.
+const Json2Model::ClassInfo* classInfo(const std::string& name) {
   Registry& r = registry();
   std::lock_guard lock(r.mutex);
   auto it = r.classes.find(name);
-  if (it == r.classes.end()) return std::nullopt;
-  return it->second;
+  return it == r.classes.end() ? nullptr : &it->second;
+}
+
+// The cached property list of a class (own properties first), built on first use.
+const std::vector<genModelDeclated>& propertiesOf(const std::string& clazz) {
+  Registry& r = registry();
+  std::lock_guard lock(r.mutex);
+  auto cached = r.propertyCache.find(clazz);
+  if (cached != r.propertyCache.end() && !cached->second.empty()) return cached->second;
+  std::vector<genModelDeclated> list;
+  std::string current = clazz;
+  for (int depth = 0; depth < 64; ++depth) {  // a registration cycle cannot loop for ever
+    auto it = r.classes.find(current);
+    if (it == r.classes.end()) break;
+    list.insert(list.end(), it->second.properties.begin(), it->second.properties.end());
+    if (it->second.base.empty()) break;
+    current = it->second.base;
+  }
+  auto& slot = r.propertyCache[clazz];
+  if (slot.empty()) slot = std::move(list);
+  return slot;
 }
 
 bool isScalarLetter(const std::string& typeName) {
@@ -107,7 +127,7 @@ nlohmann::json serializeContainer(const ModelValue& value, const std::string& ty
 
 nlohmann::json serializeModel(const Json2Model& object, const std::string& clazz) {
   nlohmann::json out = nlohmann::json::object();
-  for (const auto& property : Json2Model::genGetPropertyDeclared(clazz)) {
+  for (const auto& property : propertiesOf(clazz)) {
     if (property.name.empty() || property.pramDescription.empty()) continue;
     const ModelValue value = object.valueForKey(property.name);
     if (value.isAbsent()) continue;
@@ -138,10 +158,10 @@ nlohmann::json defaultValueOf(const std::string& typeName) {
 
 std::shared_ptr<Json2Model> deserializeModel(const nlohmann::json& source,
                                              const std::string& clazz) {
-  auto info = classInfo(clazz);
+  const Json2Model::ClassInfo* info = classInfo(clazz);
   if (!info || !info->make) return nullptr;
   std::shared_ptr<Json2Model> object = info->make();
-  const auto properties = Json2Model::genGetPropertyDeclared(clazz);
+  const auto& properties = propertiesOf(clazz);
   const std::string primaryKey = properties.empty() ? "" : properties.front().name;
   for (const auto& property : properties) {
     if (property.name.empty() || property.pramDescription.empty()) continue;
@@ -270,27 +290,11 @@ const std::vector<std::string>& Json2Model::enumIntFlagArray() {
 }
 
 std::vector<genModelDeclated> Json2Model::genGetPropertyDeclared(const std::string& clazz) {
-  Registry& r = registry();
-  std::lock_guard lock(r.mutex);
-  if (auto cached = r.propertyCache.find(clazz);
-      cached != r.propertyCache.end() && !cached->second.empty()) {
-    return cached->second;
-  }
-  std::vector<genModelDeclated> list;
-  std::string current = clazz;
-  for (int depth = 0; depth < 64; ++depth) {  // a registration cycle cannot loop for ever
-    auto it = r.classes.find(current);
-    if (it == r.classes.end()) break;
-    list.insert(list.end(), it->second.properties.begin(), it->second.properties.end());
-    if (it->second.base.empty()) break;
-    current = it->second.base;
-  }
-  r.propertyCache.emplace(clazz, list);
-  return list;
+  return propertiesOf(clazz);
 }
 
 std::string Json2Model::genGetPrimaryKey(const std::string& clazz) {
-  const auto list = genGetPropertyDeclared(clazz);
+  const auto& list = propertiesOf(clazz);
   return list.empty() ? "" : list.front().name;
 }
 
@@ -325,7 +329,7 @@ bool Json2Model::genStringTypeIsSet(const std::string& typeName) {
 }
 
 bool Json2Model::genStringTypeIsGenModel(const std::string& clazz) {
-  return !clazz.empty() && classInfo(clazz).has_value();
+  return !clazz.empty() && classInfo(clazz) != nullptr;
 }
 
 std::optional<nlohmann::json> Json2Model::getDictionaryByObject(const Json2Model* object) {
