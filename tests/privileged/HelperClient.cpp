@@ -1,6 +1,6 @@
 // A client of the privileged helper for the tests: runs one operation the way a host would and
 // prints the outcome. Run under setpriv as an unprivileged user to exercise the helper fall-back.
-//   helper-client check | remove PATH | mkfile PATH | chmod PATH OCTAL | round-trips N
+//   helper-client check | remove PATH | mkfile PATH | chmod PATH OCTAL | round-trips N | find DIR
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -22,6 +22,21 @@ int main(int argc, char** argv) {
   }
   if (op == "chmod" && argc == 4) {
     return BrindleUtility::chmod(argv[2], std::strtol(argv[3], nullptr, 8)) ? 0 : 1;
+  }
+  if (op == "find" && argc == 3) {
+    const auto start = std::chrono::steady_clock::now();
+    size_t lines = 0;
+    BrindleUtility::sendMessage(
+        {{"command", 12},
+         {"launch", "/usr/bin/find"},
+         {"cmd", std::string(argv[2]) + BrindleUtility::kArgumentSeparator + "-type" +
+                     BrindleUtility::kArgumentSeparator + "f"}},
+        [&](bool, const std::optional<std::string>& out) {
+          if (out) lines = static_cast<size_t>(std::count(out->begin(), out->end(), '\n'));
+        });
+    std::printf("files=%zu seconds=%.3f\n", lines,
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    return 0;
   }
   if (op == "round-trips" && argc == 3) {
     const int n = std::atoi(argv[2]);

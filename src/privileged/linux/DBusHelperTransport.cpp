@@ -3,6 +3,8 @@
 #include <gio/gio.h>
 
 #include <cstdlib>
+#include <mutex>
+#include <string>
 
 #include "privileged/HelperTransport.h"
 #include "privileged/linux/GVariantJson.h"
@@ -17,15 +19,34 @@ constexpr int kTimeoutMs = 60 * 60 * 1000;  // a tool such as find may take many
 
 class DBusHelperTransport final : public HelperTransport {
  public:
+  ~DBusHelperTransport() override {
+    if (cached_) g_object_unref(cached_);
+  }
+
+  // A connection to the bus in VEXA_HELPER_BUS_ADDRESS, kept while it stays open (a new one
+  // per request would cost a handshake with the bus every time).
+  GDBusConnection* privateBus(const std::string& address, GError** error) {
+    std::lock_guard lock(mutex_);
+    if (cached_ && (cachedAddress_ != address || g_dbus_connection_is_closed(cached_))) {
+      g_object_unref(cached_);
+      cached_ = nullptr;
+    }
+    if (!cached_) {
+      cached_ = g_dbus_connection_new_for_address_sync(
+          address.c_str(),
+          static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                            G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+          nullptr, nullptr, error);
+      cachedAddress_ = address;
+    }
+    return cached_ ? static_cast<GDBusConnection*>(g_object_ref(cached_)) : nullptr;
+  }
+
   Outcome send(const nlohmann::json& request) override {
     GError* error = nullptr;
     GDBusConnection* connection = nullptr;
     if (const char* address = std::getenv("VEXA_HELPER_BUS_ADDRESS"); address && *address) {
-      connection = g_dbus_connection_new_for_address_sync(
-          address,
-          static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                            G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-          nullptr, nullptr, &error);
+      connection = privateBus(address, &error);
     } else {
       connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
       // The shared system-bus connection would end the whole process if the bus went away.
@@ -61,6 +82,11 @@ class DBusHelperTransport final : public HelperTransport {
     g_object_unref(connection);
     return outcome;
   }
+
+ private:
+  std::mutex mutex_;
+  GDBusConnection* cached_ = nullptr;
+  std::string cachedAddress_;
 };
 
 }  // namespace
