@@ -11,6 +11,7 @@
 #include "privileged/HelperTransport.h"
 #include "privileged/PlatformFiles.h"
 #include "privileged/ProcessRunner.h"
+#include "vexa/util/Image.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/SystemLog.h"
 
@@ -400,6 +401,23 @@ bool BrindleUtility::runTask(const std::string& tool,
   if (result.status != 0) return false;
   if (output) *output = result.output;
   return true;
+}
+
+std::shared_ptr<Image> BrindleUtility::createThumbnailWithImage(const std::shared_ptr<Image>& image,
+                                                                int length) {
+  if (!image) return nullptr;
+  const int w = image->width(), h = image->height();
+  if (w > h) {
+    const int other = static_cast<int>(static_cast<int64_t>(length) * h / w);
+    return scalingImage(image, length, other == 0 ? h : other);
+  }
+  const int other = static_cast<int>(static_cast<int64_t>(length) * w / h);
+  return scalingImage(image, other == 0 ? w : other, length);
+}
+
+std::shared_ptr<Image> BrindleUtility::scalingImage(const std::shared_ptr<Image>& image, int width,
+                                                    int height) {
+  return image ? image->scaled(width, height) : nullptr;
 }
 
 std::optional<json> BrindleUtility::attributesOfApp(const std::string& path) {

@@ -122,6 +122,21 @@ TEST_F(BrindleUtilityTest, UnpackingArchives) {
   EXPECT_TRUE(helper->commands().empty());
 }
 
+TEST_F(BrindleUtilityTest, MovingToTheTrashCanBeUndone) {
+  test::ScopedEnv home("HOME", dir.path());
+  test::ScopedEnv data("XDG_DATA_HOME", dir / "data");
+  const std::string file = dir.write("doc.txt", "keep me");
+  EXPECT_TRUE(BrindleUtility::moveToTrash(file));
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_EQ(test::readFile(dir / "data/Trash/files/doc.txt"), "keep me");
+  // The record a file manager restores from.
+  const std::string info = test::readFile(dir / "data/Trash/info/doc.txt.trashinfo");
+  EXPECT_NE(info.find("[Trash Info]"), std::string::npos);
+  EXPECT_NE(info.find("Path=" + file), std::string::npos);
+  EXPECT_FALSE(BrindleUtility::moveToTrash(file));  // nothing there any more
+  EXPECT_TRUE(helper->requests.empty());
+}
+
 TEST_F(BrindleUtilityTest, RunTaskWithAndWithoutAFilter) {
   std::string out;
   EXPECT_TRUE(BrindleUtility::runTask("/usr/bin/printf", std::vector<std::string>{"a\\nb\\nab\\n"},

@@ -13,6 +13,7 @@
 namespace vexa {
 
 class HelperTransport;
+class Image;
 
 // File operations for the host application, each tried with the caller's own rights first and,
 // only when that fails and the privileged helper answers, requested from the helper
@@ -89,6 +90,13 @@ class VEXA_EXPORT BrindleUtility {
   // The item's attributes: "NSFileSize", "NSFileModificationDate", "NSFileCreationDate",
   // "NSFileOwnerAccountID", "NSFileGroupOwnerAccountID", "NSFilePosixPermissions", "NSFileType".
   static std::optional<nlohmann::json> attributesOfApp(const std::string& path);
+
+  // A picture whose longest edge is `length`, the other edge in proportion (at least the
+  // original's when the proportion truncates to 0). Empty for an empty picture.
+  static std::shared_ptr<Image> createThumbnailWithImage(const std::shared_ptr<Image>& image,
+                                                         int length);
+  static std::shared_ptr<Image> scalingImage(const std::shared_ptr<Image>& image, int width,
+                                             int height);
 
   // Where requests go (the platform's transport unless replaced, e.g. by a host that tunnels
   // them elsewhere). Null restores the platform's.
