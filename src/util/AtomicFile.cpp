@@ -47,6 +47,15 @@ std::error_code AtomicFile::write(const std::string& path, std::string_view cont
   return {};
 }
 
+bool AtomicFile::createFolders(const std::string& path, unsigned mode) {
+  for (size_t at = 1; at != std::string::npos;) {
+    at = path.find('/', at + 1);
+    ::mkdir(path.substr(0, at).c_str(), static_cast<mode_t>(mode));
+  }
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
 std::optional<std::string> AtomicFile::read(const std::string& path, std::size_t limit) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return std::nullopt;

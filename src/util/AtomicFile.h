@@ -14,6 +14,8 @@ class AtomicFile {
   // see the old file or the new one, never a part. The file gets `mode`.
   static std::error_code write(const std::string& path, std::string_view contents,
                                unsigned mode = 0644);
+  // Creates every missing folder of `path` (new ones get `mode`); true when it is a folder.
+  static bool createFolders(const std::string& path, unsigned mode = 0755);
   // The file's bytes; empty when it cannot be read. Files larger than `limit` are not read.
   static std::optional<std::string> read(const std::string& path,
                                          std::size_t limit = std::size_t{64} << 20);

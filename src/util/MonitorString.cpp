@@ -126,12 +126,8 @@ std::optional<std::string> MonitorString::cacheFolder() {
   const std::string folder = *support + "/" + AppIdentity::name();
   struct stat st {};
   if (::lstat(folder.c_str(), &st) == 0 && !S_ISDIR(st.st_mode)) ::unlink(folder.c_str());
-  // Create every missing level (the data home itself may not exist yet).
-  for (size_t at = 1; at != std::string::npos;) {
-    at = folder.find('/', at + 1);
-    ::mkdir(folder.substr(0, at).c_str(), 0755);
-  }
-  if (::stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return std::nullopt;
+  // Every missing level is made (the data home itself may not exist yet).
+  if (!AtomicFile::createFolders(folder)) return std::nullopt;
   return folder;
 }
 

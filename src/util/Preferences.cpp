@@ -42,13 +42,8 @@ void Preferences::reloadLocked() {
 
 bool Preferences::storeLocked() {
   const size_t slash = path_.rfind('/');
-  if (slash != std::string::npos && slash > 0) {
-    const std::string folder = path_.substr(0, slash);
-    for (size_t at = 1; at != std::string::npos;) {
-      at = folder.find('/', at + 1);
-      ::mkdir(folder.substr(0, at).c_str(), 0700);
-    }
-  }
+  if (slash != std::string::npos && slash > 0)
+    AtomicFile::createFolders(path_.substr(0, slash), 0700);
   if (auto ec = AtomicFile::write(path_, values_.dump(2) + "\n", 0600)) {
     SystemLog::log("cannot write preferences %s: %s", path_.c_str(), ec.message().c_str());
     return false;
