@@ -59,7 +59,8 @@ class DBusHelperTransport final : public HelperTransport {
     GVariant* reply = g_dbus_connection_call_sync(
         connection, kName, kPath, kName, "Request",
         g_variant_new("(@a{sv})", dictionaryToVariant(request)), G_VARIANT_TYPE("(a{sv})"),
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, kTimeoutMs, nullptr, &error);
+        G_DBUS_CALL_FLAGS_NONE /* the bus starts the helper on demand */, kTimeoutMs, nullptr,
+        &error);
     Outcome outcome;
     if (reply) {
       GVariant* dictionary = g_variant_get_child_value(reply, 0);
