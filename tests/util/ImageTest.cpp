@@ -33,8 +33,8 @@ TEST(ImageTest, ThumbnailsKeepTheProportionOfTheLongestEdge) {
   } cases[] = {{200, 100, 64, 64, 32}, {100, 200, 64, 32, 64}, {50, 50, 64, 64, 64},
                {1000, 1, 64, 64, 1},   {1, 1000, 64, 1, 64},   {300, 200, 128, 128, 85}};
   for (const auto& c : cases) {
-    auto thumbnail = BrindleUtility::createThumbnailWithImage(Image::filled(c.w, c.h, 0x00FF00FF),
-                                                              c.length);
+    auto thumbnail =
+        BrindleUtility::createThumbnailWithImage(Image::filled(c.w, c.h, 0x00FF00FF), c.length);
     ASSERT_TRUE(thumbnail) << c.w << "x" << c.h;
     EXPECT_EQ(thumbnail->width(), c.expectW) << c.w << "x" << c.h;
     EXPECT_EQ(thumbnail->height(), c.expectH) << c.w << "x" << c.h;
