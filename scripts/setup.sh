@@ -5,7 +5,8 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config clang-format
-  zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev
+  zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev librsvg2-common
+  libplist-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev
   tzdata file procps dbus-daemon
   clang-14 libclang-rt-14-dev

@@ -283,4 +283,33 @@ bool MonitorString::startWith(const std::string& s, const std::string& prefix, u
   return contains(s, prefix, (options & ~static_cast<unsigned>(Backwards)) | Anchored);
 }
 
+int MonitorString::compareNumeric(const std::string& a, const std::string& b) {
+  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  size_t i = 0, j = 0;
+  while (i < a.size() && j < b.size()) {
+    if (isDigit(a[i]) && isDigit(b[j])) {
+      // Compare the digit runs by value: skip leading zeros, then longer is larger, then the
+      // first differing digit decides.
+      while (i < a.size() && a[i] == '0') ++i;
+      while (j < b.size() && b[j] == '0') ++j;
+      size_t ei = i, ej = j;
+      while (ei < a.size() && isDigit(a[ei])) ++ei;
+      while (ej < b.size() && isDigit(b[ej])) ++ej;
+      if (ei - i != ej - j) return ei - i < ej - j ? -1 : 1;
+      const int c = a.compare(i, ei - i, b, j, ej - j);
+      if (c != 0) return c < 0 ? -1 : 1;
+      i = ei;
+      j = ej;
+      continue;
+    }
+    if (a[i] != b[j])
+      return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[j]) ? -1 : 1;
+    ++i;
+    ++j;
+  }
+  if (i < a.size()) return 1;
+  if (j < b.size()) return -1;
+  return 0;
+}
+
 }  // namespace vexa

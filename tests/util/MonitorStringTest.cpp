@@ -191,6 +191,14 @@ TEST(MonitorStringTest, SearchOptions) {
   EXPECT_FALSE(S::startWith("/Applications/X.app", "X.app"));
   EXPECT_TRUE(S::isGreaterThan("b", "a"));
   EXPECT_TRUE(S::isLessThanOrEqual("a", "a"));
+  // Digit runs compare by value, as versions do.
+  EXPECT_TRUE(S::isGreaterThan("10.10", "10.9"));
+  EXPECT_TRUE(S::isLessThan("6.1", "10.13"));
+  EXPECT_TRUE(S::isGreaterThanOrEqual("1.02", "1.2"));
+  EXPECT_TRUE(S::isLessThanOrEqual("1.2", "1.02"));
+  EXPECT_TRUE(S::isGreaterThan("10.9.1", "10.9"));
+  EXPECT_TRUE(S::isLessThan("", "0"));
+  EXPECT_TRUE(S::isGreaterThan("99999999999999999999999", "99999999999999999999998"));
 }
 
 }  // namespace

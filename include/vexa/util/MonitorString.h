@@ -69,10 +69,21 @@ class VEXA_EXPORT MonitorString {
   static std::optional<std::string> cstringToString(const char* bytes);
   static const char* toCString(const std::string& s) { return s.c_str(); }
 
-  static bool isGreaterThan(const std::string& a, const std::string& b) { return a > b; }
-  static bool isGreaterThanOrEqual(const std::string& a, const std::string& b) { return a >= b; }
-  static bool isLessThan(const std::string& a, const std::string& b) { return a < b; }
-  static bool isLessThanOrEqual(const std::string& a, const std::string& b) { return a <= b; }
+  // Orderings that compare runs of digits by their value, so versions sort as people expect:
+  // "10.10" is greater than "10.9", "1.02" equals "1.2".
+  static int compareNumeric(const std::string& a, const std::string& b);
+  static bool isGreaterThan(const std::string& a, const std::string& b) {
+    return compareNumeric(a, b) > 0;
+  }
+  static bool isGreaterThanOrEqual(const std::string& a, const std::string& b) {
+    return compareNumeric(a, b) >= 0;
+  }
+  static bool isLessThan(const std::string& a, const std::string& b) {
+    return compareNumeric(a, b) < 0;
+  }
+  static bool isLessThanOrEqual(const std::string& a, const std::string& b) {
+    return compareNumeric(a, b) <= 0;
+  }
 
   // Substring and prefix tests. CaseInsensitive folds ASCII letters; Anchored limits contains to
   // the start (or, with Backwards, the end). An empty needle is never found.
