@@ -84,7 +84,9 @@ void XConnectClient::handleMessage(const std::string& text) {
       identity_ = identity;
     }
     if (identity != XSocketServer::kHostIdentity) return;
-    if (parms.contains("InstallPaths") && handler) handler->setInstallPaths(parms["InstallPaths"]);
+    if (!handler) return;
+    if (parms.contains("InstallPaths")) handler->setInstallPaths(parms["InstallPaths"]);
+    handler->hostConnected(shared_from_this());
   } else if (name == "quit") {
     closeConnect();
   } else if (name == "ForceRemoveSuccessCommand") {

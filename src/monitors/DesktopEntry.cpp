@@ -1,5 +1,9 @@
 #include "monitors/DesktopEntry.h"
 
+#include <algorithm>
+
+#include "vexa/util/Preferences.h"
+
 namespace vexa {
 
 namespace {
@@ -147,6 +151,12 @@ std::string DesktopEntry::desktopFileId(const std::string& path,
     if (c == '/') c = '-';
   }
   return relative;
+}
+
+std::vector<std::string> DesktopEntry::userLocales() {
+  std::vector<std::string> locales = Preferences::preferredLanguages();
+  for (auto& locale : locales) std::replace(locale.begin(), locale.end(), '-', '_');
+  return locales;
 }
 
 }  // namespace vexa

@@ -23,6 +23,9 @@ class DesktopEntry {
   std::optional<std::string> localized(const std::string& key,
                                        const std::vector<std::string>& languages) const;
 
+  // The user's languages as desktop entries name locales ("de_DE"), most preferred first.
+  static std::vector<std::string> userLocales();
+
   bool isApplication() const { return value("Type") == "Application"; }
   // Hidden=true marks a deleted entry; NoDisplay=true one not shown in menus.
   bool isHidden() const { return value("Hidden") == "true"; }

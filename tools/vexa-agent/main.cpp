@@ -1,6 +1,7 @@
-// vexa-agent: the background agent. It serves the host application on a local TCP socket,
-// keeps the main run loop turning for the library's monitors, and stops cleanly on SIGINT or
-// SIGTERM (telling every client "quit").
+// vexa-agent: the background agent. It serves the host application on a local TCP socket, runs
+// the installed-application monitor over the home and applications folders, keeps the main run
+// loop turning for the monitors, and stops cleanly on SIGINT or SIGTERM (telling every client
+// "quit").
 #include <signal.h>
 #include <unistd.h>
 
@@ -11,27 +12,51 @@
 #include <thread>
 
 #include "vexa/messaging/XSocketServer.h"
+#include "vexa/monitors/MonitorApplication.h"
+#include "vexa/util/MonitorString.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
 
 namespace {
 
 int usage() {
-  std::fprintf(stderr, "usage: vexa-agent [--host ADDR] [--port N] [--verbose]\n");
+  std::fprintf(stderr, "usage: vexa-agent [--host ADDR] [--port N] [--cache DIR] [--verbose]\n");
   return 2;
 }
+
+// $XDG_CACHE_HOME/vexa-agent, with the XDG default of ~/.cache.
+std::string defaultCacheFolder() {
+  const char* cacheHome = std::getenv("XDG_CACHE_HOME");
+  if (cacheHome && cacheHome[0] == '/') return std::string(cacheHome) + "/vexa-agent";
+  return vexa::MonitorString::userHomePath() + "/.cache/vexa-agent";
+}
+
+// Removals wait for the host: it receives them when it next identifies itself.
+class RemovalLog : public vexa::MonitorApplicationDelegate {
+ public:
+  void appRemoved(const std::shared_ptr<vexa::AppFile>& app) override {
+    vexa::SystemLog::log("application removed: %s", app->appPath.c_str());
+  }
+  void appsScan(const std::vector<std::shared_ptr<vexa::AppFile>>& apps) override {
+    vexa::SystemLog::log("%zu removed applications wait for the host to clean up", apps.size());
+  }
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string host = "127.0.0.1";  // loopback unless asked otherwise
   long port = 13145;
+  std::string cache = defaultCacheFolder();
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--verbose") {
       vexa::SystemLog::setMirrorToStderr(true);
     } else if (arg == "--host" && i + 1 < argc) {
       host = argv[++i];
+    } else if (arg == "--cache" && i + 1 < argc) {
+      cache = argv[++i];
+      if (cache.empty()) return usage();
     } else if (arg == "--port" && i + 1 < argc) {
       char* end = nullptr;
       port = std::strtol(argv[++i], &end, 10);
@@ -57,6 +82,14 @@ int main(int argc, char** argv) {
                  std::strerror(errno));
     return 1;
   }
+
+  // The monitor is ready (cache read or inventory taken) before the first connection is
+  // accepted; hosts that connect meanwhile wait in the listen queue.
+  vexa::MonitorApplication& applications = vexa::MonitorApplication::shared();
+  applications.setCacheFolderPath(cache);
+  applications.setDelegate(std::make_shared<RemovalLog>());
+  server.setCommandHandler(applications.weak_from_this());
+  applications.startMonitor();
   std::thread acceptor([&server] { server.acceptConnect(); });
 
   vexa::RunLoop loop = vexa::RunLoop::main();
@@ -70,6 +103,7 @@ int main(int argc, char** argv) {
   std::fflush(stdout);
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
+  applications.stopMonotor();
   server.stopListen();
   acceptor.join();
   return 0;

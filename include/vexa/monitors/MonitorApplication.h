@@ -1,0 +1,137 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "vexa/Export.h"
+#include "vexa/events/FileSystemMonitorDelegate.h"
+#include "vexa/messaging/XCommandHandler.h"
+#include "vexa/monitors/AppFile.h"
+#include "vexa/monitors/MonitorApplicationDelegate.h"
+
+namespace vexa {
+
+class DispatchQueue;
+class Image;
+class MonitorDispatch;
+class XConnectClient;
+class XSocketServer;
+
+// Knows every installed application, keeps them in a compressed cache file, watches the home
+// folder and the applications folders for applications that appear, move into the Trash or
+// vanish, and tells the host application about them.
+//
+// Records are keyed by path. Installs and trashings under one of the host's install paths are
+// announced to the host at once ("InstallCommand", "UninstallCommand"); deletions are confirmed
+// after a delay, marked needForceRemove and kept (and cached) until the host reports it cleaned
+// up after them ("ForceRemoveSuccessCommand"); the host gets the marked ones in "RemoveCommand".
+// File events arrive on the dispatcher's global-queue tasks; every operation is safe from any
+// thread.
+class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
+                                       public XCommandHandler,
+                                       public std::enable_shared_from_this<MonitorApplication> {
+ public:
+  static constexpr const char* kCacheFileName = "appcache.dat";
+  static constexpr double kRemoveDelaySeconds = 5.0;
+
+  // Uses the shared dispatcher and the shared socket server.
+  static MonitorApplication& shared();
+  static std::shared_ptr<MonitorApplication> create(MonitorDispatch& dispatch,
+                                                    XSocketServer& server);
+  MonitorApplication(const MonitorApplication&) = delete;
+  MonitorApplication& operator=(const MonitorApplication&) = delete;
+
+  std::shared_ptr<MonitorApplicationDelegate> delegate() const;
+  void setDelegate(std::shared_ptr<MonitorApplicationDelegate> delegate);
+  std::string cacheFolderPath() const;
+  // A non-empty folder also names the cache file, "appcache.dat" inside it.
+  void setCacheFolderPath(const std::string& folder);
+  std::string cacheFilePath() const;
+  // A snapshot of the records by path.
+  std::map<std::string, std::shared_ptr<AppFile>> apps() const;
+  std::vector<std::shared_ptr<AppFile>> notifyCached() const;
+  std::optional<std::vector<std::string>> installPaths() const;
+  void setInstallPaths(std::optional<std::vector<std::string>> paths);
+  // The running system's version, read once.
+  const std::string& osxVersion() const { return osxVersion_; }
+
+  // Loads the cache (or, without one, takes the inventory of every installed application and
+  // writes it), then watches the home folder and both applications folders.
+  void startMonitor();
+  void stopMonotor();
+
+  void archiver();
+  void unarchiver();
+  // Records every installed application whose path starts with one of the prefixes (all of
+  // them for an empty list).
+  void queryAllInstalledAppWithFilter(const std::vector<std::string>& filter);
+  bool isApplication(const std::string& path) const;
+  // The records marked needForceRemove.
+  std::vector<std::shared_ptr<AppFile>> getAllScanApps();
+  void flushCacheData();
+  void sendRemoveAppToClient(const std::shared_ptr<XConnectClient>& connection);
+  void clearForceRemovedApp(const std::vector<std::string>& paths);
+
+  void installApp(const std::string& path);
+  void uninstallApp(const std::string& path);
+  void removeApp(const std::string& path, double seconds);
+
+  // Fills a record from an application's path; false when it is not one to report.
+  bool wBscInfoFrPath(const std::string& path, AppFile& app) const;
+  static void formatAppPath(std::string& path);
+  std::optional<std::string> getOrCreateIconPath(const nlohmann::json& info,
+                                                 const std::string& path,
+                                                 const std::optional<std::string>& cacheName) const;
+  std::string createThumb(const std::string& source, const std::string& cacheName) const;
+  std::shared_ptr<Image> getDefaultAppIcon() const;
+  static std::optional<nlohmann::json> dicForMDItem(
+      const std::string& path, const std::optional<std::vector<std::string>>& names);
+  // The path of the installed application with this identifier, if any.
+  static std::optional<std::string> pathForAppWithIdentifier(const std::string& identifier);
+
+  // File events.
+  void fileCreated(const std::string& path) override;
+  void fileMoveIn(const std::string& path) override;
+  void fileMoveOut(const std::string& path) override;
+  void fileRemove(const std::string& path) override;
+
+  // The host's commands.
+  void setInstallPaths(const nlohmann::json& paths) override;
+  void clearForceRemovedApp(const nlohmann::json& paths) override;
+  void hostConnected(const std::shared_ptr<XConnectClient>& connection) override;
+
+ private:
+  MonitorApplication(MonitorDispatch& dispatch, XSocketServer& server);
+  std::vector<std::string> watchedPaths() const;
+  void writeCacheLocked();
+  void announceLocked(const std::string& name, const std::string& path, const AppFile& app);
+  std::optional<std::string> defaultIconPath() const;
+
+  MonitorDispatch& dispatch_;
+  XSocketServer& server_;
+  DispatchQueue& queue_;
+  const std::string osxVersion_;
+  const nlohmann::json systemFilter_;
+  const nlohmann::json specialFilter_;
+  const nlohmann::json groupFilter_;
+
+  mutable std::recursive_mutex lock_;  // guards apps_ and the cache file
+  bool appsCreated_ = false;
+  std::map<std::string, std::shared_ptr<AppFile>> apps_;
+
+  mutable std::mutex fieldsMutex_;  // the properties below
+  std::shared_ptr<MonitorApplicationDelegate> delegate_;
+  std::string cacheFolderPath_;
+  std::string cacheFilePath_;
+  std::vector<std::shared_ptr<AppFile>> notifyCached_;
+  std::optional<std::vector<std::string>> installPaths_;
+  mutable std::mutex iconMutex_;  // one default icon and one thumbnail written at a time
+};
+
+}  // namespace vexa

@@ -1,0 +1,45 @@
+#include "monitors/AppBundle.h"
+
+#include <cctype>
+
+#include "monitors/AppImageBundle.h"
+#include "monitors/DesktopAppBundle.h"
+#include "monitors/ExecutableArchitectures.h"
+#include "monitors/MacAppBundle.h"
+
+namespace vexa {
+
+std::unique_ptr<AppBundle> AppBundle::open(const std::string& path) {
+  if (MacAppBundle::hasBundleName(path)) return MacAppBundle::open(path);
+  if (DesktopAppBundle::hasEntryName(path)) return DesktopAppBundle::open(path);
+  if (AppImageBundle::hasMark(path)) return AppImageBundle::open(path);
+  return nullptr;
+}
+
+bool AppBundle::isApplication(const std::string& path) {
+  if (MacAppBundle::hasBundleName(path)) return MacAppBundle::open(path) != nullptr;
+  if (DesktopAppBundle::hasEntryName(path)) return DesktopAppBundle::open(path) != nullptr;
+  return AppImageBundle::hasMark(path);
+}
+
+bool AppBundle::hasApplicationName(const std::string& path) {
+  if (MacAppBundle::hasBundleName(path) || DesktopAppBundle::hasEntryName(path)) return true;
+  std::string lower = path;
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return lower.size() > 9 && lower.compare(lower.size() - 9, 9, ".appimage") == 0;
+}
+
+bool AppBundle::hasBundleName(const std::string& path) { return MacAppBundle::hasBundleName(path); }
+
+std::optional<std::string> AppBundle::infoString(const std::string& key) const {
+  auto it = info_.find(key);
+  if (it == info_.end() || !it->is_string()) return std::nullopt;
+  return it->get<std::string>();
+}
+
+std::vector<int64_t> AppBundle::executableArchitectures() const {
+  auto program = executablePath();
+  return program ? ExecutableArchitectures::ofFile(*program) : std::vector<int64_t>{};
+}
+
+}  // namespace vexa

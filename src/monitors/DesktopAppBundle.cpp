@@ -1,0 +1,72 @@
+#include "monitors/DesktopAppBundle.h"
+
+#include "monitors/ApplicationFolders.h"
+#include "monitors/IconTheme.h"
+#include "privileged/ProcessRunner.h"
+#include "util/AtomicFile.h"
+
+namespace vexa {
+
+namespace {
+
+constexpr std::size_t kEntryLimit = 1u << 20;
+constexpr const char* kSuffix = ".desktop";
+
+std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// The desktop file id: relative to the applications folder that holds the file when it is in
+// one, else the file name.
+std::string fileIdOf(const std::string& path) {
+  for (const auto& folder : ApplicationFolders::desktopEntryFolders()) {
+    if (path.size() > folder.size() + 1 && path.compare(0, folder.size(), folder) == 0 &&
+        path[folder.size()] == '/') {
+      return DesktopEntry::desktopFileId(path, folder);
+    }
+  }
+  return baseName(path);
+}
+
+}  // namespace
+
+bool DesktopAppBundle::hasEntryName(const std::string& path) {
+  const std::string name = baseName(path);
+  return name.size() > 8 && name.compare(name.size() - 8, 8, kSuffix) == 0;
+}
+
+nlohmann::json DesktopAppBundle::infoOf(const DesktopEntry& entry, const std::string& path) {
+  nlohmann::json info = nlohmann::json::object();
+  std::string id = fileIdOf(path);
+  id.resize(id.size() - 8);  // without ".desktop"
+  info["CFBundleIdentifier"] = id;
+  if (auto name = entry.value("Name")) info["CFBundleName"] = *name;
+  if (auto version = entry.value("X-AppVersion")) {
+    info["CFBundleShortVersionString"] = *version;
+  } else if (auto version = entry.value("Version")) {
+    info["CFBundleShortVersionString"] = *version;
+  }
+  if (auto program = entry.executable()) info["CFBundleExecutable"] = *program;
+  if (auto icon = entry.value("Icon")) {
+    // The icon as the theme resolves it, so the record filler finds a file with an extension.
+    if (auto file = IconTheme::lookup(*icon)) info["CFBundleIconFile"] = *file;
+  }
+  return info;
+}
+
+std::unique_ptr<AppBundle> DesktopAppBundle::open(const std::string& path) {
+  if (!hasEntryName(path)) return nullptr;
+  auto text = AtomicFile::read(path, kEntryLimit);
+  if (!text) return nullptr;
+  auto entry = DesktopEntry::parse(*text);
+  if (!entry || !entry->isApplication() || entry->isHidden() || entry->noDisplay()) return nullptr;
+  auto display = entry->localized("Name", DesktopEntry::userLocales());
+  std::optional<std::string> program;
+  if (auto exe = entry->executable()) program = ProcessRunner::findProgram(*exe);
+  return std::unique_ptr<AppBundle>(
+      new DesktopAppBundle(path, infoOf(*entry, path), std::move(display), std::move(program)));
+}
+
+std::optional<std::string> DesktopAppBundle::displayName() const { return display_; }
+
+std::optional<std::string> DesktopAppBundle::executablePath() const { return program_; }
+
+}  // namespace vexa
