@@ -622,6 +622,7 @@ std::string MonitorApplication::createThumb(const std::string& source,
       (fs::path(cacheFolderPath()) / (safeFileName(cacheName) + ".png")).string();
   std::lock_guard lock(iconMutex_);
   if (exists(source) && !exists(target)) {
+    AtomicFile::createFolders(cacheFolderPath());
     auto thumbnail = BrindleUtility::createThumbnailWithImage(Image::load(source), kIconEdge);
     const std::string partial = target + ".part";
     if (thumbnail && thumbnail->writePNG(partial)) {
@@ -649,6 +650,7 @@ std::optional<std::string> MonitorApplication::defaultIconPath() const {
   const std::string target = (fs::path(folder) / "default.png").string();
   std::lock_guard lock(iconMutex_);
   if (!exists(target)) {
+    AtomicFile::createFolders(folder);
     auto icon = getDefaultAppIcon();
     const std::string partial = target + ".part";
     if (icon && icon->writePNG(partial)) {

@@ -27,6 +27,28 @@ TEST(ImageTest, PngRoundTripAndScaling) {
   EXPECT_FALSE(Image::load(dir / "missing.png"));
 }
 
+TEST(ImageTest, ContentsDecideTheFormatAndHugePicturesAreReadSmaller) {
+  test::TempDir dir;
+  // No MIME database where the data folders point: the contents still say what it is.
+  test::ScopedEnv dataDirs("XDG_DATA_DIRS", dir.mkdir("empty"));
+  ASSERT_TRUE(Image::filled(16, 8, 0x00FF00FF)->writePNG(dir / "icon.icns"));
+  auto named = Image::load(dir / "icon.icns");
+  ASSERT_TRUE(named);
+  EXPECT_EQ(named->width(), 16);
+  dir.write("drawing.svg", R"(<svg xmlns="http://www.w3.org/2000/svg" width="20" height="10">)"
+                           R"(<rect width="20" height="10" fill="#0000ff"/></svg>)");
+  if (auto svg = Image::load(dir / "drawing.svg")) {  // when the SVG loader is installed
+    EXPECT_EQ(svg->width(), 20);
+    EXPECT_EQ(svg->pixel(10, 5), 0x0000FFFFu);
+  }
+
+  ASSERT_TRUE(Image::filled(8192, 16, 0xFFFFFFFF)->writePNG(dir / "wide.png"));
+  auto wide = Image::load(dir / "wide.png");
+  ASSERT_TRUE(wide);
+  EXPECT_EQ(wide->width(), 4096);
+  EXPECT_EQ(wide->height(), 8);
+}
+
 TEST(ImageTest, ThumbnailsKeepTheProportionOfTheLongestEdge) {
   struct Case {
     int w, h, length, expectW, expectH;

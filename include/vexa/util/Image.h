@@ -12,7 +12,9 @@ namespace vexa {
 // Immutable; safe to share between threads.
 class VEXA_EXPORT Image {
  public:
-  // Empty when the file cannot be read or decoded.
+  // Empty when the file cannot be read or decoded, or is larger than 64 MiB. The format is
+  // recognised from the contents, whatever the name says. Pictures with an edge over 4096
+  // pixels are read scaled down to that, in proportion.
   static std::shared_ptr<Image> load(const std::string& path);
   // A width x height picture of the given colour (0xRRGGBBAA).
   static std::shared_ptr<Image> filled(int width, int height, uint32_t rgba);

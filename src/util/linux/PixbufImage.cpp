@@ -1,6 +1,10 @@
 // Images through gdk-pixbuf, the desktop's own image loader.
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
 #include "vexa/util/Image.h"
 
 namespace vexa {
@@ -14,13 +18,53 @@ struct Image::Impl {
 Image::Image(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Image::~Image() = default;
 
+namespace {
+
+constexpr int kMaxEdge = 4096;                           // larger pictures are read scaled down
+constexpr std::size_t kMaxFile = std::size_t{64} << 20;  // and larger files not at all
+
+// The loader for the file's contents, recognised by their first bytes, so that reading does
+// not depend on the MIME database being where XDG_DATA_DIRS says. Null when unknown.
+const char* formatOf(const std::string& head) {
+  auto starts = [&](std::string_view magic) { return head.rfind(magic, 0) == 0; };
+  if (starts("\x89PNG\r\n\x1a\n")) return "png";
+  if (starts("\xff\xd8\xff")) return "jpeg";
+  if (starts("GIF87a") || starts("GIF89a")) return "gif";
+  if (starts("icns")) return "icns";
+  if (starts("BM")) return "bmp";
+  if (starts(std::string_view("\0\0\1\0", 4))) return "ico";
+  if (starts("/* XPM */")) return "xpm";
+  if (head.find("<svg") != std::string::npos) return "svg";
+  return nullptr;
+}
+
+void limitSize(GdkPixbufLoader* loader, int width, int height, gpointer) {
+  if (width <= kMaxEdge && height <= kMaxEdge) return;
+  const double scale = static_cast<double>(kMaxEdge) / std::max(width, height);
+  gdk_pixbuf_loader_set_size(loader, std::max(1, static_cast<int>(width * scale)),
+                             std::max(1, static_cast<int>(height * scale)));
+}
+
+}  // namespace
+
 std::shared_ptr<Image> Image::load(const std::string& path) {
-  GError* error = nullptr;
-  GdkPixbuf* pixbuf = gdk_pixbuf_new_from_file(path.c_str(), &error);
-  if (!pixbuf) {
-    g_clear_error(&error);
-    return nullptr;
-  }
+  gchar* contents = nullptr;
+  gsize length = 0;
+  if (!g_file_get_contents(path.c_str(), &contents, &length, nullptr)) return nullptr;
+  std::unique_ptr<gchar, decltype(&g_free)> owner(contents, g_free);
+  if (length == 0 || length > kMaxFile) return nullptr;
+  const char* format = formatOf(std::string(contents, std::min<gsize>(length, 512)));
+  GdkPixbufLoader* loader =
+      format ? gdk_pixbuf_loader_new_with_type(format, nullptr) : gdk_pixbuf_loader_new();
+  if (!loader) loader = gdk_pixbuf_loader_new();
+  g_signal_connect(loader, "size-prepared", G_CALLBACK(limitSize), nullptr);
+  const bool written =
+      gdk_pixbuf_loader_write(loader, reinterpret_cast<const guchar*>(contents), length, nullptr);
+  const bool closed = gdk_pixbuf_loader_close(loader, nullptr);
+  GdkPixbuf* pixbuf = written && closed ? gdk_pixbuf_loader_get_pixbuf(loader) : nullptr;
+  if (pixbuf) g_object_ref(pixbuf);
+  g_object_unref(loader);
+  if (!pixbuf) return nullptr;
   return std::make_shared<Image>(std::make_unique<Impl>(pixbuf));
 }
 
