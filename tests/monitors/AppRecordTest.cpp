@@ -238,6 +238,38 @@ TEST_F(AppRecordTest, DesktopEntriesUseTheirIdThemeIconAndProgram) {
   EXPECT_EQ(app->appIconCachePath, cache() + "/default.png");
 }
 
+TEST_F(AppRecordTest, AppImagesAreReadWithoutRunningThem) {
+  const std::string image = test::makeAppImage(dir, "home/Applications/Viewer-x86_64.AppImage");
+  if (image.empty()) GTEST_SKIP() << "mksquashfs is not installed";
+  test::ScopedEnv tmp("TMPDIR", dir.mkdir("tmp"));
+  EXPECT_TRUE(monitor->isApplication(image));
+  auto app = fill(image);
+  ASSERT_TRUE(app);
+  EXPECT_EQ(app->appBundleIdentifer, "org.example.Viewer");
+  EXPECT_EQ(app->appDomain, "org.example.Viewer.");
+  EXPECT_EQ(app->appName, "Viewer");
+  EXPECT_EQ(app->appVersion, "4.0.1");
+  EXPECT_EQ(app->executablePath, image);
+  EXPECT_EQ(app->appSize, fs::file_size(image));
+  EXPECT_EQ(app->appIconCachePath, cache() + "/org.example.Viewer.png");
+  auto icon = Image::load(cache() + "/org.example.Viewer.png");
+  ASSERT_TRUE(icon);
+  EXPECT_EQ(icon->width(), 64);
+  if (onIntel()) {
+    EXPECT_EQ(app->executableArchs, std::vector<int64_t>{kX86_64});
+  }
+  // Nothing is left behind in the temporary folder.
+  EXPECT_TRUE(fs::is_empty(dir / "tmp"));
+
+  // The mark alone is not enough: an ELF file with the name but no image is not one.
+  std::string plain = readFile("/bin/true");
+  plain[8] = 'A';
+  plain[9] = 'I';
+  plain[10] = 2;
+  EXPECT_FALSE(fill(dir.write("home/Applications/Fake.AppImage", plain)));
+  EXPECT_FALSE(fill(dir.write("home/Applications/Text.AppImage", "just text")));
+}
+
 TEST_F(AppRecordTest, UrlsBecomePlainPaths) {
   std::string url = "file://localhost/Applications/My%20App.app/";
   MonitorApplication::formatAppPath(url);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,37 @@ inline std::string makePng(const TempDir& dir, const std::string& relative, int 
   std::filesystem::create_directories(std::filesystem::path(dir / relative).parent_path());
   Image::filled(width, height, 0x3366ccff)->writePNG(dir / relative);
   return dir / relative;
+}
+
+}  // namespace vexa::test
+
+namespace vexa::test {
+
+// An AppImage built the way the tooling does: an ELF program (this machine's "true") marked as
+// AppImage type 2, followed by a squashfs image of an AppDir whose root holds a link to the
+// desktop entry and the icon. Empty when mksquashfs is not installed.
+inline std::string makeAppImage(const TempDir& dir, const std::string& relative,
+                                const std::string& entryExtra = "") {
+  const std::string appDir = dir.mkdir("appdir-" + std::to_string(std::hash<std::string>{}(relative)));
+  std::filesystem::create_directories(appDir + "/usr/share/applications");
+  std::ofstream(appDir + "/usr/share/applications/org.example.Viewer.desktop")
+      << "[Desktop Entry]\nType=Application\nName=Viewer\nIcon=viewer\n"
+         "X-AppImage-Version=4.0.1\nExec=viewer\n"
+      << entryExtra;
+  std::filesystem::create_symlink("usr/share/applications/org.example.Viewer.desktop",
+                                  appDir + "/org.example.Viewer.desktop");
+  Image::filled(96, 96, 0xcc3366ff)->writePNG(appDir + "/viewer.png");
+  std::filesystem::create_symlink("viewer.png", appDir + "/.DirIcon");
+  const std::string image = dir / (relative + ".squashfs");
+  const std::string command = "mksquashfs '" + appDir + "' '" + image +
+                              "' -quiet -no-progress -noappend -all-root >/dev/null 2>&1";
+  if (std::system(command.c_str()) != 0) return "";
+  std::string program = readFile("/bin/true");
+  program[8] = 'A';
+  program[9] = 'I';
+  program[10] = 2;
+  return dir.write(relative, program + readFile(image),
+                   std::filesystem::perms::owner_all | std::filesystem::perms::group_read);
 }
 
 }  // namespace vexa::test
