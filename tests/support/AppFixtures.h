@@ -7,8 +7,14 @@
 #include <string>
 #include <vector>
 
+#include <map>
+
+#include <nlohmann/json.hpp>
+
 #include "support/TempDir.h"
+#include "util/PropertyList.h"
 #include "vexa/util/Image.h"
+#include "vexa/util/MonitorData.h"
 
 namespace vexa::test {
 
@@ -94,7 +100,8 @@ namespace vexa::test {
 // desktop entry and the icon. Empty when mksquashfs is not installed.
 inline std::string makeAppImage(const TempDir& dir, const std::string& relative,
                                 const std::string& entryExtra = "") {
-  const std::string appDir = dir.mkdir("appdir-" + std::to_string(std::hash<std::string>{}(relative)));
+  const std::string appDir =
+      dir.mkdir("appdir-" + std::to_string(std::hash<std::string>{}(relative)));
   std::filesystem::create_directories(appDir + "/usr/share/applications");
   std::ofstream(appDir + "/usr/share/applications/org.example.Viewer.desktop")
       << "[Desktop Entry]\nType=Application\nName=Viewer\nIcon=viewer\n"
@@ -114,6 +121,26 @@ inline std::string makeAppImage(const TempDir& dir, const std::string& relative,
   program[10] = 2;
   return dir.write(relative, program + readFile(image),
                    std::filesystem::perms::owner_all | std::filesystem::perms::group_read);
+}
+
+}  // namespace vexa::test
+
+namespace vexa::test {
+
+// An application cache file's records by path; empty when it cannot be read.
+inline std::map<std::string, nlohmann::json> readAppCache(const std::string& file) {
+  std::map<std::string, nlohmann::json> out;
+  const std::string packed = readFile(file);
+  auto archive = MonitorData::ungzipData(
+      std::span(reinterpret_cast<const uint8_t*>(packed.data()), packed.size()));
+  if (!archive) return out;
+  auto root = PropertyList::parse(std::span<const uint8_t>(archive->data(), archive->size()));
+  if (!root || !root->contains("InstallApp")) return out;
+  for (const auto& [path, text] : (*root)["InstallApp"].items()) {
+    if (text.is_string())
+      out[path] = nlohmann::json::parse(text.get<std::string>(), nullptr, false);
+  }
+  return out;
 }
 
 }  // namespace vexa::test

@@ -1,0 +1,334 @@
+// The installed-application monitor's bookkeeping: inventory, cache, installs, trashings,
+// delayed removals and what the host hears of them.
+#include "vexa/monitors/MonitorApplication.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "monitors/MonitorFixture.h"
+#include "support/AppFixtures.h"
+#include "support/RawClient.h"
+#include "support/Signal.h"
+#include "util/PropertyList.h"
+#include "vexa/messaging/Message.h"
+#include "vexa/util/MonitorData.h"
+
+namespace vexa {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using test::makeBundle;
+using test::makeDesktopEntry;
+
+class RecordingAppDelegate : public MonitorApplicationDelegate {
+ public:
+  void appsScan(const std::vector<std::shared_ptr<AppFile>>& apps) override {
+    std::lock_guard lock(mutex);
+    for (const auto& app : apps) scanned.push_back(app->appPath);
+    scans.add();
+  }
+  void appRemoved(const std::shared_ptr<AppFile>& app) override {
+    {
+      std::lock_guard lock(mutex);
+      removed.push_back(app->appPath);
+    }
+    removals.add();
+  }
+  std::vector<std::string> removedPaths() {
+    std::lock_guard lock(mutex);
+    return removed;
+  }
+  std::mutex mutex;
+  std::vector<std::string> scanned, removed;
+  test::Signal scans, removals;
+};
+
+void writeCache(const std::string& file, const json& installed) {
+  auto archive = PropertyList::toBinary(json{{"InstallApp", installed}});
+  auto packed = MonitorData::gzipData(std::string_view(*archive));
+  std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+  std::ofstream(file, std::ios::binary)
+      .write(reinterpret_cast<const char*>(packed->data()),
+             static_cast<std::streamsize>(packed->size()));
+}
+
+// Waits, with a deadline, until the condition holds.
+template <typename Condition>
+bool eventually(Condition condition, std::chrono::seconds timeout = std::chrono::seconds(10)) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+class MonitorApplicationTest : public test::MonitorFixture {
+ protected:
+  MonitorApplicationTest() : listener(std::make_shared<RecordingAppDelegate>()) {
+    monitor->setDelegate(listener);
+  }
+  ~MonitorApplicationTest() override {
+    if (acceptor.joinable()) {
+      server->stopListen();
+      acceptor.join();
+    }
+  }
+
+  // Serves on a free port with the monitor as the command handler; the host connects and
+  // identifies itself with these install paths.
+  std::unique_ptr<test::RawClient> connectHost(const json& installPaths) {
+    if (!acceptor.joinable()) {
+      server->setCommandHandler(monitor);
+      EXPECT_TRUE(server->startListen());
+      acceptor = std::thread([this] { server->acceptConnect(); });
+    }
+    auto host = std::make_unique<test::RawClient>(server->port());
+    EXPECT_TRUE(host->receive());  // the greeting
+    host->send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity},
+                                          {"InstallPaths", installPaths}}));
+    EXPECT_TRUE(eventually([&] { return monitor->installPaths() == installPaths; }));
+    return host;
+  }
+
+  static json receive(test::RawClient& client) {
+    auto text = client.receive();
+    return text ? json::parse(*text) : json();
+  }
+
+  std::shared_ptr<RecordingAppDelegate> listener;
+  std::thread acceptor;
+};
+
+TEST_F(MonitorApplicationTest, AFirstStartTakesTheInventoryAndCachesIt) {
+  const std::string editor = makeBundle(dir, "home/Applications/Editor.app");
+  test::BundleSpec nested;
+  nested.identifier = "com.example.Nested";
+  const std::string utility = makeBundle(dir, "home/Applications/Utilities/Nested.app", nested);
+  test::BundleSpec inner;
+  inner.identifier = "com.example.Inner";  // inside another bundle: part of it, not an app
+  makeBundle(dir, "home/Applications/Editor.app/Contents/Helpers/Inner.app", inner);
+  const std::string viewer = makeDesktopEntry(dir, "sys/applications/viewer.desktop", "System");
+  // The user's entry with the same id shadows the system one.
+  const std::string mine =
+      makeDesktopEntry(dir, "home/.local/share/applications/viewer.desktop", "Mine");
+  makeDesktopEntry(dir, "home/.local/share/applications/gone.desktop", "G", "Hidden=true\n");
+  const std::string gone = makeDesktopEntry(dir, "sys/applications/gone.desktop", "Gone");
+
+  monitor->startMonitor();
+  auto apps = monitor->apps();
+  std::vector<std::string> paths;
+  for (const auto& [path, app] : apps) paths.push_back(path);
+  EXPECT_EQ(paths, (std::vector<std::string>{mine, editor, utility}));
+  EXPECT_EQ(apps[mine]->appName, "Mine");
+
+  auto cached = test::readAppCache(cache() + "/appcache.dat");
+  ASSERT_EQ(cached.size(), 3u);
+  EXPECT_EQ(cached[editor]["appBundleIdentifer"], "com.example.Editor");
+  EXPECT_EQ(fs::status(cache() + "/appcache.dat").permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
+
+  // The home folder and the system applications folder are watched; the user's applications
+  // folder lies inside the home folder and is covered by it.
+  auto registered = dispatch->registrations();
+  ASSERT_EQ(registered.size(), 2u);
+  EXPECT_EQ(registered[0].first, dir / "home");
+  EXPECT_EQ(registered[1].first, dir / "sys/applications");
+  monitor->stopMonotor();
+  EXPECT_TRUE(dispatch->registrations().empty());
+}
+
+TEST_F(MonitorApplicationTest, ALaterStartReadsTheCacheAndReportsWhatWaits) {
+  AppFile waiting;
+  waiting.appPath = "/gone/Old.app";
+  waiting.appBundleIdentifer = "com.example.Old";
+  waiting.needForceRemove = true;
+  AppFile kept;
+  kept.appPath = "/apps/Kept.app";
+  writeCache(cache() + "/appcache.dat", {{"/gone/Old.app", waiting.toJSON()},
+                                         {"/apps/Kept.app", kept.toJSON()},
+                                         {"/apps/Bad.app", "{not json"},
+                                         {"/apps/Odd.app", 42}});
+  makeBundle(dir, "home/Applications/Editor.app");  // not looked for: the cache is trusted
+
+  monitor->startMonitor();
+  auto apps = monitor->apps();
+  ASSERT_EQ(apps.size(), 2u);
+  EXPECT_TRUE(apps.count("/gone/Old.app"));
+  EXPECT_TRUE(apps.count("/apps/Kept.app"));
+  ASSERT_EQ(listener->scans.count(), 1);
+  EXPECT_EQ(listener->scanned, std::vector<std::string>{"/gone/Old.app"});
+  auto marked = monitor->getAllScanApps();
+  ASSERT_EQ(marked.size(), 1u);
+  EXPECT_EQ(marked[0]->appBundleIdentifer, "com.example.Old");
+
+  // A cache that is not one is ignored; a cache path that is a folder too.
+  auto fresh = MonitorApplication::create(*dispatch, *server);
+  fresh->setCacheFolderPath(dir / "other");
+  dir.write("other/appcache.dat", "definitely not gzip");
+  fresh->unarchiver();
+  EXPECT_TRUE(fresh->apps().empty());
+  fs::remove(dir / "other/appcache.dat");
+  dir.mkdir("other/appcache.dat");
+  fresh->unarchiver();
+  EXPECT_TRUE(fresh->apps().empty());
+}
+
+TEST_F(MonitorApplicationTest, InstallsUnderAnInstallPathAreAnnounced) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+
+  // Outside every install path: recorded, not announced. In the Trash: ignored.
+  const std::string elsewhere = makeBundle(dir, "home/Downloads/Other.app");
+  monitor->fileCreated(elsewhere);
+  const std::string trashed = makeBundle(dir, "home/.local/share/Trash/files/Old.app");
+  monitor->fileCreated(trashed);
+  monitor->fileCreated(dir.write("home/Applications/readme.txt", "not an app"));
+
+  const std::string editor = makeBundle(dir, "home/Applications/Editor.app");
+  monitor->fileCreated(editor);
+  json message = receive(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  const json& app = message["parms"]["AppFile"];
+  EXPECT_EQ(app["appPath"], editor);
+  EXPECT_EQ(app["appBundleIdentifer"], "com.example.Editor");
+  EXPECT_EQ(app["appVersion"], "2.1");
+  EXPECT_EQ(app["needForceRemove"], false);
+
+  const std::string viewer =
+      makeDesktopEntry(dir, "home/Applications/viewer.desktop", "Viewer", "X-AppVersion=7\n");
+  monitor->fileMoveIn(viewer);
+  message = receive(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appVersion"], "7");
+
+  auto apps = monitor->apps();
+  EXPECT_TRUE(apps.count(elsewhere));
+  EXPECT_FALSE(apps.count(trashed));
+  EXPECT_TRUE(apps.count(editor));
+
+  // Moved out of the watched folders: forgotten, silently.
+  fs::rename(elsewhere, dir / "Other.app");
+  monitor->fileMoveOut(elsewhere);
+  EXPECT_FALSE(monitor->apps().count(elsewhere));
+  EXPECT_EQ(listener->removals.count(), 0);
+}
+
+TEST_F(MonitorApplicationTest, WithoutInstallPathsNothingIsAnnounced) {
+  monitor->startMonitor();
+  auto host = connectHost(json::array());
+  monitor->fileCreated(makeBundle(dir, "home/Applications/Editor.app"));
+  EXPECT_EQ(monitor->apps().size(), 1u);
+  // The next thing the host hears is the removal report it asks for, not an install.
+  fs::rename(dir / "home/Applications/Editor.app",
+             dir / "home/.local/share/Trash/files/Editor.app");
+  monitor->fileMoveIn(dir / "home/.local/share/Trash/files/Editor.app");
+  auto connection = server->getConnetClientByIdentity(XSocketServer::kHostIdentity);
+  monitor->sendRemoveAppToClient(connection);
+  EXPECT_EQ(receive(*host)["name"], "RemoveCommand");
+}
+
+TEST_F(MonitorApplicationTest, ABundleMovedToTheTrashIsUninstalled) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home"});
+  const std::string editor = makeBundle(dir, "home/Applications/Editor.app");
+  monitor->fileCreated(editor);
+  ASSERT_EQ(receive(*host)["name"], "InstallCommand");
+
+  const std::string inTrash = trash() + "/Editor.app";
+  fs::rename(editor, inTrash);
+  monitor->fileMoveIn(inTrash);
+  json message = receive(*host);
+  EXPECT_EQ(message["name"], "UninstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], inTrash);
+  EXPECT_EQ(message["parms"]["AppFile"]["needForceRemove"], true);
+  EXPECT_EQ(listener->removedPaths(), std::vector<std::string>{inTrash});
+  auto cached = test::readAppCache(cache() + "/appcache.dat");
+  ASSERT_TRUE(cached.count(inTrash));
+  EXPECT_EQ(cached[inTrash]["needForceRemove"], true);
+
+  // Heard again (the dispatcher repeats): already known, nothing more.
+  monitor->fileMoveIn(inTrash);
+  EXPECT_EQ(listener->removals.count(), 1);
+
+  // The trashed record waits for the host's clean-up; confirming it clears it.
+  auto marked = monitor->getAllScanApps();
+  ASSERT_EQ(marked.size(), 1u);
+  EXPECT_EQ(marked[0]->appPath, inTrash);
+  host->send(Message("ForceRemoveSuccessCommand", {{"Path", json::array()}}));
+  host->send(Message("ForceRemoveSuccessCommand", {{"Path", {inTrash}}}));
+  EXPECT_TRUE(eventually(
+      [&] { return test::readAppCache(cache() + "/appcache.dat").count(inTrash) == 0; }));
+  EXPECT_FALSE(monitor->apps().count(inTrash));
+  EXPECT_TRUE(monitor->getAllScanApps().empty());
+}
+
+TEST_F(MonitorApplicationTest, TrashingOutsideTheInstallPathsIsRecordedButNotAnnounced) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+  const std::string inTrash = makeBundle(dir, "home/.local/share/Trash/files/Editor.app");
+  monitor->fileMoveIn(inTrash);
+  EXPECT_EQ(listener->removals.count(), 1);
+  EXPECT_TRUE(monitor->apps().at(inTrash)->needForceRemove);
+  // What the host hears next is the following install, not an uninstall.
+  monitor->fileCreated(makeBundle(dir, "home/Applications/Next.app"));
+  EXPECT_EQ(receive(*host)["name"], "InstallCommand");
+}
+
+TEST_F(MonitorApplicationTest, DeletionsAreConfirmedAfterADelay) {
+  monitor->startMonitor();
+  const std::string kept = makeBundle(dir, "home/Applications/Kept.app");
+  const std::string deleted = makeBundle(dir, "home/Applications/Deleted.app");
+  monitor->fileCreated(kept);
+  monitor->fileCreated(deleted);
+  monitor->removeApp(dir / "home/Applications/Unknown.app", 0.0);  // never recorded: nothing
+
+  // Deleted and made again before the check: not marked.
+  fs::remove_all(kept);
+  monitor->removeApp(kept, 0.05);
+  makeBundle(dir, "home/Applications/Kept.app");
+  fs::remove_all(deleted);
+  monitor->removeApp(deleted, 0.1);
+
+  ASSERT_TRUE(listener->removals.waitFor(1));
+  EXPECT_EQ(listener->removedPaths(), std::vector<std::string>{deleted});
+  auto apps = monitor->apps();
+  EXPECT_FALSE(apps.at(kept)->needForceRemove);
+  EXPECT_TRUE(apps.at(deleted)->needForceRemove);
+  EXPECT_EQ(test::readAppCache(cache() + "/appcache.dat")[deleted]["needForceRemove"], true);
+
+  // A host that identifies itself later is sent the removal report at once.
+  auto host = connectHost({dir / "home/Applications"});
+  json message = receive(*host);
+  EXPECT_EQ(message["name"], "RemoveCommand");
+  ASSERT_EQ(message["parms"]["AppFiles"].size(), 1u);
+  EXPECT_EQ(message["parms"]["AppFiles"][0]["appPath"], deleted);
+
+  // So does a restarted monitor, from its cache.
+  auto restarted = MonitorApplication::create(*dispatch, *server);
+  auto restartedListener = std::make_shared<RecordingAppDelegate>();
+  restarted->setDelegate(restartedListener);
+  restarted->setCacheFolderPath(cache());
+  restarted->startMonitor();
+  EXPECT_EQ(restartedListener->scanned, std::vector<std::string>{deleted});
+  restarted->stopMonotor();
+}
+
+TEST_F(MonitorApplicationTest, RemovalReportsWithNothingMarkedSendNothing) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+  monitor->sendRemoveAppToClient(server->getConnetClientByIdentity(XSocketServer::kHostIdentity));
+  monitor->sendRemoveAppToClient(nullptr);
+  monitor->clearForceRemovedApp(json::array());
+  monitor->clearForceRemovedApp(json("not a list"));
+  monitor->setInstallPaths(json(7));  // ignored: not a list
+  EXPECT_EQ(monitor->installPaths(), std::vector<std::string>{dir / "home/Applications"});
+  monitor->fileCreated(makeBundle(dir, "home/Applications/Editor.app"));
+  EXPECT_EQ(receive(*host)["name"], "InstallCommand");
+}
+
+}  // namespace
+}  // namespace vexa

@@ -1,0 +1,156 @@
+// The real vexa-agent watching a home folder of its own, and the real vexa-host printing what
+// the host application hears about applications.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "support/AppFixtures.h"
+#include "support/ChildProcess.h"
+
+namespace vexa {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using test::ChildProcess;
+
+template <typename Condition>
+bool eventually(Condition condition, std::chrono::seconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return true;
+}
+
+class AgentApplicationsTest : public ::testing::Test {
+ protected:
+  AgentApplicationsTest()
+      : home("HOME", dir / "home"),
+        dataHome("XDG_DATA_HOME", dir / "home/.local/share"),
+        dataDirs("XDG_DATA_DIRS", dir / "sys"),
+        cacheHome("XDG_CACHE_HOME", dir / "home/.cache"),
+        configHome("XDG_CONFIG_HOME", dir / "home/.config") {
+    for (const char* folder : {"home/Applications", "home/.local/share/applications",
+                               "home/.local/share/Trash/files", "sys/applications"}) {
+      dir.mkdir(folder);
+    }
+  }
+
+  // Starts the agent and answers its port.
+  std::string startAgent() {
+    agent = std::make_unique<ChildProcess>(
+        std::vector<std::string>{VEXA_AGENT_PATH, "--port", "0", "--cache", cache()});
+    auto listening = agent->readLine(std::chrono::seconds(30));
+    EXPECT_TRUE(listening);
+    if (!listening) return "0";
+    return listening->substr(listening->rfind(':') + 1);
+  }
+  std::unique_ptr<ChildProcess> startHost(const std::string& port) {
+    auto host = std::make_unique<ChildProcess>(
+        std::vector<std::string>{VEXA_HOST_PATH, "--port", port, "--install-path", dir / "home"});
+    auto greeting = host->readLine();
+    EXPECT_TRUE(greeting && greeting->find("ServerConnectCommand") != std::string::npos);
+    return host;
+  }
+  static json nextMessage(ChildProcess& host, int seconds = 15) {
+    auto line = host.readLine(std::chrono::seconds(seconds));
+    return line ? json::parse(*line, nullptr, false) : json();
+  }
+  std::string cache() const { return dir / "cache"; }
+  std::map<std::string, json> cached() const {
+    return test::readAppCache(cache() + "/appcache.dat");
+  }
+  void stopAgent() {
+    agent->signal(SIGTERM);
+    EXPECT_EQ(agent->waitExit(), 0);
+  }
+
+  test::TempDir dir;
+  test::ScopedEnv home, dataHome, dataDirs, cacheHome, configHome;
+  std::unique_ptr<ChildProcess> agent;
+};
+
+TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
+  const std::string port = startAgent();
+  auto host = startHost(port);
+
+  // Made under the install path: announced once each, with the record's fields.
+  const std::string editor = test::makeBundle(dir, "home/Applications/Editor.app");
+  json message = nextMessage(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], editor);
+  EXPECT_EQ(message["parms"]["AppFile"]["appBundleIdentifer"], "com.example.Editor");
+  EXPECT_EQ(message["parms"]["AppFile"]["appDomain"], "com.example");
+  EXPECT_EQ(message["parms"]["AppFile"]["executableArchs"], json::array({0x01000007}));
+
+  const std::string viewer = test::makeDesktopEntry(
+      dir, "home/.local/share/applications/org.example.Viewer.desktop", "Viewer");
+  message = nextMessage(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], viewer);
+  EXPECT_EQ(message["parms"]["AppFile"]["appBundleIdentifer"], "org.example.Viewer");
+
+  // Outside every install path (the system applications folder): recorded, not announced.
+  test::BundleSpec other;
+  other.identifier = "com.example.Other";
+  const std::string outside = test::makeBundle(dir, "sys/applications/Other.app", other);
+
+  // Into the Trash: uninstalled at once.
+  test::BundleSpec doomed;
+  doomed.identifier = "com.example.Doomed";
+  const std::string doomedPath = test::makeBundle(dir, "home/Applications/Doomed.app", doomed);
+  message = nextMessage(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], doomedPath);  // not Other.app
+  const std::string inTrash = dir / "home/.local/share/Trash/files/Editor.app";
+  fs::rename(editor, inTrash);
+  message = nextMessage(*host);
+  EXPECT_EQ(message["name"], "UninstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], inTrash);
+  EXPECT_EQ(message["parms"]["AppFile"]["needForceRemove"], true);
+  EXPECT_TRUE(eventually([&] { return cached().count(inTrash) == 1; }, std::chrono::seconds(10)));
+  EXPECT_TRUE(cached().count(outside));
+
+  // Deleted for good: marked after the delay, and the next host to connect hears of it.
+  fs::remove_all(doomedPath);
+  ASSERT_TRUE(eventually(
+      [&] {
+        auto records = cached();
+        return records.count(doomedPath) && records[doomedPath]["needForceRemove"] == true;
+      },
+      std::chrono::seconds(20)));
+  auto later = startHost(port);
+  message = nextMessage(*later);
+  EXPECT_EQ(message["name"], "RemoveCommand");
+  std::set<std::string> reported;
+  for (const auto& app : message["parms"]["AppFiles"]) reported.insert(app["appPath"]);
+  EXPECT_EQ(reported, (std::set<std::string>{inTrash, doomedPath}));
+
+  // The host's confirmation clears the deleted one; the cache follows.
+  later->write(
+      json{{"name", "ForceRemoveSuccessCommand"}, {"parms", {{"Path", {doomedPath}}}}}.dump() +
+      "\n");
+  EXPECT_TRUE(
+      eventually([&] { return cached().count(doomedPath) == 0; }, std::chrono::seconds(10)));
+
+  // A restarted agent reads its cache: the trashed one still waits for the host.
+  stopAgent();
+  const std::string newPort = startAgent();
+  auto afterRestart = startHost(newPort);
+  message = nextMessage(*afterRestart);
+  EXPECT_EQ(message["name"], "RemoveCommand");
+  ASSERT_EQ(message["parms"]["AppFiles"].size(), 1u);
+  EXPECT_EQ(message["parms"]["AppFiles"][0]["appPath"], inTrash);
+  EXPECT_TRUE(cached().count(outside));
+  EXPECT_TRUE(cached().count(viewer));
+  stopAgent();
+}
+
+}  // namespace
+}  // namespace vexa
