@@ -1,8 +1,11 @@
 #include "vexa/monitors/MonitorApplication.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <condition_variable>
 #include <filesystem>
+#include <thread>
 
 #include "monitors/AppBundle.h"
 #include "monitors/ApplicationFolders.h"
@@ -30,6 +33,7 @@ using nlohmann::json;
 namespace {
 
 constexpr int kIconEdge = 64;
+constexpr size_t kPathsPerHelper = 32;  // an inventory smaller than this stays on one thread
 constexpr std::size_t kCacheLimit = std::size_t{256} << 20;  // compressed or inflated
 
 const char* const kSystemApplications[] = {"Activity Monitor",
@@ -167,6 +171,17 @@ std::string safeFileName(std::string name) {
   std::replace(name.begin(), name.end(), '/', '_');
   if (name == "." || name == "..") name = "_";
   return name;
+}
+
+// Writes the picture under a name of its own, then renames it into place: readers never see a
+// part of a file, and two threads that make the same icon at once both leave a whole one.
+void writeOnce(const std::shared_ptr<Image>& image, const std::string& target) {
+  static std::atomic<uint64_t> counter{0};
+  if (!image) return;
+  const std::string partial = target + ".part" + std::to_string(counter.fetch_add(1));
+  std::error_code ec;
+  if (image->writePNG(partial)) fs::rename(partial, target, ec);
+  if (ec || exists(partial)) fs::remove(partial, ec);
 }
 
 json dictionaryOf(const AppFile& app) {
@@ -353,17 +368,40 @@ void MonitorApplication::unarchiver() {
 // ---- Inventory ------------------------------------------------------------------------------
 
 void MonitorApplication::queryAllInstalledAppWithFilter(const std::vector<std::string>& filter) {
+  std::vector<std::string> paths;
   for (std::string path : ApplicationFolders::allApplications()) {
     formatAppPath(path);
     const bool qualifies =
         filter.empty() || std::any_of(filter.begin(), filter.end(),
                                       [&](const std::string& p) { return startsWith(path, p); });
-    if (!qualifies) continue;
-    auto app = std::make_shared<AppFile>();
-    if (!wBscInfoFrPath(path, *app)) continue;
-    std::lock_guard lock(lock_);
-    apps_[path] = std::move(app);
+    if (qualifies) paths.push_back(std::move(path));
   }
+  // Filling a record is mostly waiting on the disk and decoding an icon: the records are filled
+  // by a few workers of the global queue together with this thread.
+  std::atomic<size_t> next{0};
+  auto fillSome = [&] {
+    for (size_t i; (i = next.fetch_add(1)) < paths.size();) {
+      auto app = std::make_shared<AppFile>();
+      if (!wBscInfoFrPath(paths[i], *app)) continue;
+      std::lock_guard lock(lock_);
+      apps_[paths[i]] = std::move(app);
+    }
+  };
+  const size_t helpers = std::min<size_t>(std::max(1u, std::thread::hardware_concurrency()) - 1,
+                                          paths.size() / kPathsPerHelper);
+  std::mutex doneMutex;
+  std::condition_variable doneChanged;
+  size_t running = helpers;
+  for (size_t h = 0; h < helpers; ++h) {
+    queue_.async([&] {
+      fillSome();
+      std::lock_guard lock(doneMutex);
+      if (--running == 0) doneChanged.notify_all();
+    });
+  }
+  fillSome();
+  std::unique_lock lock(doneMutex);
+  doneChanged.wait(lock, [&] { return running == 0; });
 }
 
 bool MonitorApplication::isApplication(const std::string& path) const {
@@ -620,16 +658,9 @@ std::string MonitorApplication::createThumb(const std::string& source,
                                             const std::string& cacheName) const {
   const std::string target =
       (fs::path(cacheFolderPath()) / (safeFileName(cacheName) + ".png")).string();
-  std::lock_guard lock(iconMutex_);
   if (exists(source) && !exists(target)) {
     AtomicFile::createFolders(cacheFolderPath());
-    auto thumbnail = BrindleUtility::createThumbnailWithImage(Image::load(source), kIconEdge);
-    const std::string partial = target + ".part";
-    if (thumbnail && thumbnail->writePNG(partial)) {
-      std::error_code ec;
-      fs::rename(partial, target, ec);
-      if (ec) fs::remove(partial, ec);
-    }
+    writeOnce(BrindleUtility::createThumbnailWithImage(Image::load(source), kIconEdge), target);
   }
   return target;
 }
@@ -648,15 +679,9 @@ std::optional<std::string> MonitorApplication::defaultIconPath() const {
   const std::string folder = cacheFolderPath();
   if (folder.empty()) return std::nullopt;
   const std::string target = (fs::path(folder) / "default.png").string();
-  std::lock_guard lock(iconMutex_);
   if (!exists(target)) {
     AtomicFile::createFolders(folder);
-    auto icon = getDefaultAppIcon();
-    const std::string partial = target + ".part";
-    if (icon && icon->writePNG(partial)) {
-      std::error_code ec;
-      fs::rename(partial, target, ec);
-    }
+    writeOnce(getDefaultAppIcon(), target);
   }
   return target;
 }

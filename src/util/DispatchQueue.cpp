@@ -79,7 +79,8 @@ void DispatchQueue::after(double seconds, std::function<void()> fn) {
       std::chrono::duration<double>(seconds > 0 ? seconds : 0));
   WorkerPool::shared().submitAt(
       WorkerPool::Clock::now() + delay,
-      [impl = impl_, fn = std::move(fn)]() mutable { impl->async(std::move(fn)); });
+      [impl = impl_, fn = std::move(fn)]() mutable { impl->async(std::move(fn)); },
+      /*handOff=*/true);
 }
 
 void DispatchQueue::sync(const std::function<void()>& fn) {

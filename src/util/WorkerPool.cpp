@@ -34,11 +34,11 @@ void WorkerPool::submit(std::function<void()> fn) {
   }
 }
 
-void WorkerPool::submitAt(Clock::time_point when, std::function<void()> fn) {
+void WorkerPool::submitAt(Clock::time_point when, std::function<void()> fn, bool handOff) {
   std::lock_guard lock(mutex_);
   if (stopping_) return;
   const bool earliest = delayed_.empty() || when < delayed_.begin()->first;
-  delayed_.emplace(when, std::move(fn));
+  delayed_.emplace(when, Delayed{std::move(fn), handOff});
   if (!schedulerRunning_) {
     schedulerRunning_ = true;
     std::thread([this] { schedulerLoop(); }).detach();
@@ -97,8 +97,17 @@ void WorkerPool::schedulerLoop() {
       schedulerWake_.wait_until(lock, due);
       continue;
     }
-    std::function<void()> fn = std::move(first->second);
+    std::function<void()> fn = std::move(first->second.fn);
+    const bool handOff = first->second.handOff;
     delayed_.erase(first);
+    if (handOff) {
+      // Passed on here, so that items due together reach their queue in deadline order.
+      lock.unlock();
+      fn();
+      fn = nullptr;  // whatever it holds goes without the lock
+      lock.lock();
+      continue;
+    }
     items_.push_back(std::move(fn));
     if (items_.size() > idle_ && threads_ < maxThreads_) {
       startWorkerLocked();

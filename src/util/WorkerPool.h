@@ -30,7 +30,10 @@ class WorkerPool {
   WorkerPool& operator=(const WorkerPool&) = delete;
 
   void submit(std::function<void()> fn);
-  void submitAt(Clock::time_point when, std::function<void()> fn);
+  // Submits fn when `when` comes. Items fall due in deadline order; with handOff, fn runs on the
+  // scheduler thread itself, in that order, and must only pass work on (a queue's async), never
+  // block.
+  void submitAt(Clock::time_point when, std::function<void()> fn, bool handOff = false);
 
   // Live worker threads (scheduler not counted).
   std::size_t threadCount() const;
@@ -48,7 +51,11 @@ class WorkerPool {
   std::condition_variable allExited_;
   std::condition_variable schedulerWake_;
   std::deque<std::function<void()>> items_;
-  std::multimap<Clock::time_point, std::function<void()>> delayed_;
+  struct Delayed {
+    std::function<void()> fn;
+    bool handOff;
+  };
+  std::multimap<Clock::time_point, Delayed> delayed_;
   std::size_t threads_ = 0;
   std::size_t idle_ = 0;
   bool schedulerRunning_ = false;

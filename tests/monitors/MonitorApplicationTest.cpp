@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "monitors/MonitorFixture.h"
@@ -139,6 +140,32 @@ TEST_F(MonitorApplicationTest, AFirstStartTakesTheInventoryAndCachesIt) {
   EXPECT_EQ(registered[1].first, dir / "sys/applications");
   monitor->stopMonotor();
   EXPECT_TRUE(dispatch->registrations().empty());
+}
+
+TEST_F(MonitorApplicationTest, ALargeInventoryIsFilledByManyHands) {
+  test::makePng(dir, "sys/icons/hicolor/64x64/apps/shared.png", 64, 64);
+  std::set<std::string> made;
+  for (int i = 0; i < 150; ++i) {
+    made.insert(makeDesktopEntry(dir, "sys/applications/app" + std::to_string(i) + ".desktop",
+                                 "App " + std::to_string(i), "Icon=shared\n"));
+  }
+  monitor->queryAllInstalledAppWithFilter({dir / "sys"});
+  monitor->queryAllInstalledAppWithFilter({dir / "elsewhere"});  // nothing qualifies
+  auto apps = monitor->apps();
+  std::set<std::string> found;
+  for (const auto& [path, app] : apps) {
+    found.insert(path);
+    const std::string id = path.substr(path.rfind('/') + 1, path.size() - path.rfind('/') - 9);
+    EXPECT_EQ(app->appIconCachePath, cache() + "/" + id + ".png");
+  }
+  EXPECT_EQ(found, made);
+  // One thumbnail per identifier, and no half-written file left over.
+  size_t files = 0;
+  for (const auto& item : fs::directory_iterator(cache())) {
+    EXPECT_EQ(item.path().extension(), ".png") << item.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 150u);
 }
 
 TEST_F(MonitorApplicationTest, ALaterStartReadsTheCacheAndReportsWhatWaits) {

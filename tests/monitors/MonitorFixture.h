@@ -6,7 +6,7 @@
 #include <string>
 
 #include "support/FakeEventStream.h"
-#include "support/TempDir.h"
+#include "support/IsolatedHome.h"
 #include "vexa/events/FileSystemMonitor.h"
 #include "vexa/events/MonitorDispatch.h"
 #include "vexa/messaging/XSocketServer.h"
@@ -21,29 +21,21 @@ namespace vexa::test {
 class MonitorFixture : public ::testing::Test {
  protected:
   MonitorFixture()
-      : home("HOME", dir / "home"),
-        dataHome("XDG_DATA_HOME", dir / "home/.local/share"),
-        dataDirs("XDG_DATA_DIRS", dir / "sys"),
-        cacheHome("XDG_CACHE_HOME", dir / "home/.cache"),
-        configHome("XDG_CONFIG_HOME", dir / "home/.config"),
+      : dir(isolated.dir),
         log(std::make_shared<FakeStreamLog>()),
         prefs(dir / "prefs.json"),
         fsMonitor(std::make_unique<FakeEventStreamFactory>(log), prefs),
         dispatch(MonitorDispatch::create(fsMonitor, DispatchQueue::global())),
         server(XSocketServer::create("127.0.0.1", 0)) {
-    for (const char* folder : {"home/Applications", "home/.local/share/applications",
-                               "home/.local/share/Trash/files", "sys/applications"}) {
-      dir.mkdir(folder);
-    }
     monitor = MonitorApplication::create(*dispatch, *server);
     monitor->setCacheFolderPath(cache());
   }
 
   std::string cache() const { return dir / "cache"; }
-  std::string trash() const { return dir / "home/.local/share/Trash/files"; }
+  std::string trash() const { return isolated.trash(); }
 
-  TempDir dir;
-  ScopedEnv home, dataHome, dataDirs, cacheHome, configHome;
+  IsolatedHome isolated;
+  const TempDir& dir;
   std::shared_ptr<FakeStreamLog> log;
   Preferences prefs;
   FileSystemMonitor fsMonitor;

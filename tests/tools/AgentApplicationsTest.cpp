@@ -10,6 +10,7 @@
 
 #include "support/AppFixtures.h"
 #include "support/ChildProcess.h"
+#include "support/IsolatedHome.h"
 
 namespace vexa {
 namespace {
@@ -30,17 +31,7 @@ bool eventually(Condition condition, std::chrono::seconds timeout) {
 
 class AgentApplicationsTest : public ::testing::Test {
  protected:
-  AgentApplicationsTest()
-      : home("HOME", dir / "home"),
-        dataHome("XDG_DATA_HOME", dir / "home/.local/share"),
-        dataDirs("XDG_DATA_DIRS", dir / "sys"),
-        cacheHome("XDG_CACHE_HOME", dir / "home/.cache"),
-        configHome("XDG_CONFIG_HOME", dir / "home/.config") {
-    for (const char* folder : {"home/Applications", "home/.local/share/applications",
-                               "home/.local/share/Trash/files", "sys/applications"}) {
-      dir.mkdir(folder);
-    }
-  }
+  AgentApplicationsTest() : dir(isolated.dir) {}
 
   // Starts the agent and answers its port.
   std::string startAgent() {
@@ -71,8 +62,8 @@ class AgentApplicationsTest : public ::testing::Test {
     EXPECT_EQ(agent->waitExit(), 0);
   }
 
-  test::TempDir dir;
-  test::ScopedEnv home, dataHome, dataDirs, cacheHome, configHome;
+  test::IsolatedHome isolated;
+  const test::TempDir& dir;
   std::unique_ptr<ChildProcess> agent;
 };
 

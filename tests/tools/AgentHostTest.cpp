@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include "support/ChildProcess.h"
+#include "support/IsolatedHome.h"
 #include "support/RawClient.h"
 
 namespace vexa {
@@ -10,11 +11,16 @@ namespace {
 
 using test::ChildProcess;
 
+// The agent watches the home folder: every test gives it one of its own.
+class AgentHostTest : public ::testing::Test {
+  test::IsolatedHome isolated;
+};
+
 uint16_t portOf(const std::string& listening) {
   return static_cast<uint16_t>(std::stoi(listening.substr(listening.rfind(':') + 1)));
 }
 
-TEST(AgentHostTest, TheHostSeesTheGreetingSendsCommandsAndLeavesOnQuit) {
+TEST_F(AgentHostTest, TheHostSeesTheGreetingSendsCommandsAndLeavesOnQuit) {
   ChildProcess agent({VEXA_AGENT_PATH, "--port", "0"});
   auto listening = agent.readLine();
   ASSERT_TRUE(listening);
@@ -41,7 +47,7 @@ TEST(AgentHostTest, TheHostSeesTheGreetingSendsCommandsAndLeavesOnQuit) {
   EXPECT_EQ(agent.waitExit(), 0);
 }
 
-TEST(AgentHostTest, TheHostLeavesWhenTheAgentCloses) {
+TEST_F(AgentHostTest, TheHostLeavesWhenTheAgentCloses) {
   ChildProcess agent({VEXA_AGENT_PATH, "--port", "0"});
   auto listening = agent.readLine();
   ASSERT_TRUE(listening);
@@ -51,7 +57,7 @@ TEST(AgentHostTest, TheHostLeavesWhenTheAgentCloses) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST(AgentHostTest, BadArgumentsAndATakenPortAreRefused) {
+TEST_F(AgentHostTest, BadArgumentsAndATakenPortAreRefused) {
   ChildProcess badPort({VEXA_AGENT_PATH, "--port", "70000"});
   EXPECT_EQ(badPort.waitExit(), 2);
   ChildProcess unknown({VEXA_HOST_PATH, "--frobnicate", "x"});

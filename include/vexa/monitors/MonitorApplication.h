@@ -131,7 +131,6 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   std::string cacheFilePath_;
   std::vector<std::shared_ptr<AppFile>> notifyCached_;
   std::optional<std::vector<std::string>> installPaths_;
-  mutable std::mutex iconMutex_;  // one default icon and one thumbnail written at a time
 };
 
 }  // namespace vexa
