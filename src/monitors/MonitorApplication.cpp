@@ -184,6 +184,16 @@ void writeOnce(const std::shared_ptr<Image>& image, const std::string& target) {
   if (ec || exists(partial)) fs::remove(partial, ec);
 }
 
+bool isUtf8(const std::string& s) { return MonitorString::cstringToString(s.c_str()).has_value(); }
+
+// Text read from a file as valid UTF-8: bytes that are not become U+FFFD, so the record can
+// still be written as JSON.
+std::optional<std::string> asUtf8(const std::optional<std::string>& s) {
+  if (!s || isUtf8(*s)) return s;
+  const std::string quoted = json(*s).dump(-1, ' ', false, json::error_handler_t::replace);
+  return json::parse(quoted).get<std::string>();
+}
+
 json dictionaryOf(const AppFile& app) {
   return Json2Model::getDictionaryByObject(&app).value_or(json::object());
 }
@@ -562,7 +572,8 @@ void MonitorApplication::hostConnected(const std::shared_ptr<XConnectClient>& co
 
 bool MonitorApplication::wBscInfoFrPath(const std::string& path, AppFile& app) const {
   const std::string ownIdentifier = AppIdentity::name();
-  if (!exists(path)) return false;
+  // A path that is not UTF-8 cannot be told to the host, which names applications by path.
+  if (!exists(path) || !isUtf8(path)) return false;
   auto bundle = AppBundle::open(path);
   if (!bundle) return false;
   const json& info = bundle->info();
@@ -617,6 +628,11 @@ bool MonitorApplication::wBscInfoFrPath(const std::string& path, AppFile& app) c
     }
   }
   app.isUniBinary = archs.size() > 1;
+  for (auto* field :
+       {&app.appName, &app.appDisplayName, &app.appVersion, &app.appBundleIdentifer,
+        &app.minSupportOSXVersion, &app.appDomain, &app.appIconCachePath, &app.executablePath}) {
+    *field = asUtf8(*field);
+  }
   return true;
 }
 

@@ -270,6 +270,15 @@ TEST_F(AppRecordTest, AppImagesAreReadWithoutRunningThem) {
   EXPECT_FALSE(fill(dir.write("home/Applications/Text.AppImage", "just text")));
 }
 
+TEST_F(AppRecordTest, OddBytesStillMakeARecordThatTravels) {
+  auto app = fill(makeDesktopEntry(dir, "sys/applications/cafe.desktop", "Caf\xe9 \xff"));
+  ASSERT_TRUE(app);
+  EXPECT_EQ(app->appName, "Caf\xef\xbf\xbd \xef\xbf\xbd");
+  EXPECT_FALSE(app->toJSON().empty());
+  // A path the host could not be told is not a record at all.
+  EXPECT_FALSE(fill(makeBundle(dir, "home/Applications/Caf\xe9.app")));
+}
+
 TEST_F(AppRecordTest, UrlsBecomePlainPaths) {
   std::string url = "file://localhost/Applications/My%20App.app/";
   MonitorApplication::formatAppPath(url);

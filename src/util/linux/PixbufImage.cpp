@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include "vexa/util/Image.h"
@@ -45,9 +46,29 @@ void limitSize(GdkPixbufLoader* loader, int width, int height, gpointer) {
                              std::max(1, static_cast<int>(height * scale)));
 }
 
+// gdk-pixbuf finds its loaders, registers its types and opens loader modules lazily, under
+// GLib's own locks. Doing all of that once, before any thread decodes or writes a picture,
+// leaves only independent work for the threads that do so at the same time.
+void prepareLoaders() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    GSList* formats = gdk_pixbuf_get_formats();
+    for (GSList* f = formats; f; f = f->next) {
+      gchar* name = gdk_pixbuf_format_get_name(static_cast<GdkPixbufFormat*>(f->data));
+      if (GdkPixbufLoader* loader = gdk_pixbuf_loader_new_with_type(name, nullptr)) {
+        gdk_pixbuf_loader_close(loader, nullptr);
+        g_object_unref(loader);
+      }
+      g_free(name);
+    }
+    g_slist_free(formats);
+  });
+}
+
 }  // namespace
 
 std::shared_ptr<Image> Image::load(const std::string& path) {
+  prepareLoaders();
   gchar* contents = nullptr;
   gsize length = 0;
   if (!g_file_get_contents(path.c_str(), &contents, &length, nullptr)) return nullptr;
@@ -70,6 +91,7 @@ std::shared_ptr<Image> Image::load(const std::string& path) {
 
 std::shared_ptr<Image> Image::filled(int width, int height, uint32_t rgba) {
   if (width < 1 || height < 1) return nullptr;
+  prepareLoaders();
   GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, width, height);
   if (!pixbuf) return nullptr;
   gdk_pixbuf_fill(pixbuf, rgba);
@@ -102,6 +124,7 @@ uint32_t Image::pixel(int x, int y) const {
 }
 
 bool Image::writePNG(const std::string& path) const {
+  prepareLoaders();
   GError* error = nullptr;
   const gboolean saved = gdk_pixbuf_save(impl_->pixbuf, path.c_str(), "png", &error, nullptr);
   g_clear_error(&error);
