@@ -3,8 +3,11 @@
 #include <plist/plist.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
+
+#include "util/BinaryPropertyList.h"
 
 namespace vexa {
 
@@ -27,6 +30,18 @@ std::string takeString(char* s) {
   return out;
 }
 
+// Keys must be UTF-8 to be JSON text (and to be written back as they were); bytes that are not
+// become U+FFFD.
+std::string utf8Key(std::string key) {
+  try {
+    (void)json(key).dump();
+    return key;
+  } catch (const json::exception&) {
+    return json::parse(json(key).dump(-1, ' ', false, json::error_handler_t::replace))
+        .get<std::string>();
+  }
+}
+
 std::optional<json> toJson(plist_t node, int depth) {
   if (depth > kMaxDepth) return std::nullopt;
   switch (plist_get_node_type(node)) {
@@ -42,7 +57,7 @@ std::optional<json> toJson(plist_t node, int depth) {
           std::free(key);
           break;
         }
-        std::string name = takeString(key);
+        std::string name = utf8Key(takeString(key));
         auto converted = toJson(value, depth + 1);
         if (!converted) {
           std::free(it);
@@ -63,14 +78,10 @@ std::optional<json> toJson(plist_t node, int depth) {
       }
       return out;
     }
-    case PLIST_STRING:
-    case PLIST_KEY: {
-      char* s = nullptr;
-      if (plist_get_node_type(node) == PLIST_STRING)
-        plist_get_string_val(node, &s);
-      else
-        plist_get_key_val(node, &s);
-      std::string text = takeString(s);
+    case PLIST_STRING: {
+      uint64_t length = 0;
+      const char* s = plist_get_string_ptr(node, &length);
+      std::string text(s ? s : "", s ? length : 0);
       // JSON text must be UTF-8; a string that is not is kept as bytes.
       try {
         (void)json(text).dump();
@@ -114,7 +125,7 @@ std::optional<json> toJson(plist_t node, int depth) {
     case PLIST_UID: {
       uint64_t v = 0;
       plist_get_uid_val(node, &v);
-      return json{{"CF$UID", v}};
+      return json{{"CF$UID", static_cast<int64_t>(v)}};
     }
     default:
       return std::nullopt;
@@ -173,6 +184,12 @@ plist_t fromJson(const json& value, int depth) {
 
 std::optional<json> PropertyList::parse(std::span<const uint8_t> bytes) {
   if (bytes.empty() || bytes.size() > std::numeric_limits<uint32_t>::max()) return std::nullopt;
+  // The binary form is read by our own reader: libplist aborts on some malformed strings.
+  if (bytes.size() >= 6 && std::memcmp(bytes.data(), "bplist", 6) == 0) {
+    return BinaryPropertyList::parse(bytes);
+  }
+  // XML text never holds a NUL byte; libplist would keep one inside a key and then abort.
+  if (std::memchr(bytes.data(), 0, bytes.size()) != nullptr) return std::nullopt;
   plist_t root = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
                     static_cast<uint32_t>(bytes.size()), &root);

@@ -10,7 +10,8 @@ namespace vexa {
 
 // Property lists (XML or binary) as JSON values: dictionaries become objects, arrays arrays,
 // strings strings, integers and reals numbers, booleans booleans, dates seconds since 1970
-// (a number), data binary values, and keyed-archive ids {"CF$UID": n}.
+// (a number), data binary values, and keyed-archive ids {"CF$UID": n}. Strings that are not
+// UTF-8 are kept as binary values; such keys have their odd bytes replaced by U+FFFD.
 class PropertyList {
  public:
   // Empty when the bytes are neither form or are larger than 4 GiB.

@@ -71,5 +71,59 @@ TEST(PropertyListTest, DeepNestingIsRefusedNotOverflowed) {
   EXPECT_FALSE(PropertyList::parse(xml));
 }
 
+// A binary list by hand: objects, then the offset table, then the trailer.
+std::string binaryList(const std::vector<std::string>& objects, uint64_t top = 0,
+                       uint8_t refSize = 1) {
+  std::string out = "bplist00";
+  std::vector<uint64_t> offsets;
+  for (const auto& object : objects) {
+    offsets.push_back(out.size());
+    out += object;
+  }
+  const uint64_t table = out.size();
+  for (uint64_t offset : offsets) out += static_cast<char>(offset);
+  std::string trailer(32, '\0');
+  trailer[6] = 1;
+  trailer[7] = static_cast<char>(refSize);
+  auto put = [&](int at, uint64_t v) {
+    for (int i = 7; i >= 0; --i, v >>= 8) trailer[at + i] = static_cast<char>(v & 0xff);
+  };
+  put(8, objects.size());
+  put(16, top);
+  put(24, table);
+  return out + trailer;
+}
+
+TEST(PropertyListTest, HostileBinaryListsGetAnAnswerNotACrash) {
+  using namespace std::string_literals;
+  // {"a\0b": "\u00e9\0y"} with UTF-16 text: NUL characters become U+FFFD.
+  auto odd = PropertyList::parse(binaryList({"\xd1\x01\x02"s,
+                                             "\x53"
+                                             "a\0b"s,
+                                             "\x63\x00\xe9\x00\x00\x00"
+                                             "y"s}));
+  ASSERT_TRUE(odd);
+  EXPECT_EQ(*odd, json({{"a\xef\xbf\xbd"
+                         "b",
+                         "\xc3\xa9\xef\xbf\xbdy"}}));
+  // An array that contains itself, a reference past the table, a length past the end, a
+  // trailer that points outside the file.
+  EXPECT_FALSE(PropertyList::parse(binaryList({"\xa1\x00"s})));
+  EXPECT_FALSE(PropertyList::parse(binaryList({"\xa1\x05"s})));
+  EXPECT_FALSE(PropertyList::parse(binaryList({"\x5f\x13\xff\xff\xff\xff\xff\xff\xff\xff"s})));
+  EXPECT_FALSE(PropertyList::parse(binaryList({"\x09"s}, 7)));
+  EXPECT_EQ(PropertyList::parse(binaryList({"\x09"s})), json(true));
+  // One object referred to twice is fine.
+  EXPECT_EQ(PropertyList::parse(binaryList({"\xa3\x01\x01\x01"s, "\x08"s})),
+            json::parse("[false, false, false]"));
+  // Shared objects that would expand to 2^40 values.
+  std::vector<std::string> doubling;
+  for (int i = 0; i < 40; ++i) {
+    doubling.push_back("\xa2"s + static_cast<char>(i + 1) + static_cast<char>(i + 1));
+  }
+  doubling.push_back("\x09");
+  EXPECT_FALSE(PropertyList::parse(binaryList(doubling)));
+}
+
 }  // namespace
 }  // namespace vexa
