@@ -56,17 +56,6 @@ void writeCache(const std::string& file, const json& installed) {
              static_cast<std::streamsize>(packed->size()));
 }
 
-// Waits, with a deadline, until the condition holds.
-template <typename Condition>
-bool eventually(Condition condition, std::chrono::seconds timeout = std::chrono::seconds(10)) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 class MonitorApplicationTest : public test::MonitorFixture {
  protected:
   MonitorApplicationTest() : listener(std::make_shared<RecordingAppDelegate>()) {
@@ -91,7 +80,7 @@ class MonitorApplicationTest : public test::MonitorFixture {
     EXPECT_TRUE(host->receive());  // the greeting
     host->send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity},
                                           {"InstallPaths", installPaths}}));
-    EXPECT_TRUE(eventually([&] { return monitor->installPaths() == installPaths; }));
+    EXPECT_TRUE(test::eventually([&] { return monitor->installPaths() == installPaths; }));
     return host;
   }
 
@@ -287,7 +276,7 @@ TEST_F(MonitorApplicationTest, ABundleMovedToTheTrashIsUninstalled) {
   EXPECT_EQ(marked[0]->appPath, inTrash);
   host->send(Message("ForceRemoveSuccessCommand", {{"Path", json::array()}}));
   host->send(Message("ForceRemoveSuccessCommand", {{"Path", {inTrash}}}));
-  EXPECT_TRUE(eventually(
+  EXPECT_TRUE(test::eventually(
       [&] { return test::readAppCache(cache() + "/appcache.dat").count(inTrash) == 0; }));
   EXPECT_FALSE(monitor->apps().count(inTrash));
   EXPECT_TRUE(monitor->getAllScanApps().empty());

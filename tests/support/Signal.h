@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 namespace vexa::test {
 
@@ -28,5 +29,17 @@ class Signal {
   std::condition_variable cv_;
   int count_ = 0;
 };
+
+// Waits until the condition holds (checking it every few milliseconds), or the deadline passes:
+// for state that has nothing to signal with, such as a file another process rewrites.
+template <typename Condition>
+bool eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
 
 }  // namespace vexa::test

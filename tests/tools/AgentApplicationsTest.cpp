@@ -11,6 +11,7 @@
 #include "support/AppFixtures.h"
 #include "support/ChildProcess.h"
 #include "support/IsolatedHome.h"
+#include "support/Signal.h"
 
 namespace vexa {
 namespace {
@@ -18,16 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using nlohmann::json;
 using test::ChildProcess;
-
-template <typename Condition>
-bool eventually(Condition condition, std::chrono::seconds timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
 
 class AgentApplicationsTest : public ::testing::Test {
  protected:
@@ -105,12 +96,13 @@ TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
   EXPECT_EQ(message["name"], "UninstallCommand");
   EXPECT_EQ(message["parms"]["AppFile"]["appPath"], inTrash);
   EXPECT_EQ(message["parms"]["AppFile"]["needForceRemove"], true);
-  EXPECT_TRUE(eventually([&] { return cached().count(inTrash) == 1; }, std::chrono::seconds(10)));
+  EXPECT_TRUE(
+      test::eventually([&] { return cached().count(inTrash) == 1; }, std::chrono::seconds(10)));
   EXPECT_TRUE(cached().count(outside));
 
   // Deleted for good: marked after the delay, and the next host to connect hears of it.
   fs::remove_all(doomedPath);
-  ASSERT_TRUE(eventually(
+  ASSERT_TRUE(test::eventually(
       [&] {
         auto records = cached();
         return records.count(doomedPath) && records[doomedPath]["needForceRemove"] == true;
@@ -128,7 +120,7 @@ TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
       json{{"name", "ForceRemoveSuccessCommand"}, {"parms", {{"Path", {doomedPath}}}}}.dump() +
       "\n");
   EXPECT_TRUE(
-      eventually([&] { return cached().count(doomedPath) == 0; }, std::chrono::seconds(10)));
+      test::eventually([&] { return cached().count(doomedPath) == 0; }, std::chrono::seconds(10)));
 
   // A restarted agent reads its cache: the trashed one still waits for the host.
   stopAgent();
