@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "vexa/util/Image.h"
@@ -46,35 +48,50 @@ void limitSize(GdkPixbufLoader* loader, int width, int height, gpointer) {
                              std::max(1, static_cast<int>(height * scale)));
 }
 
-// gdk-pixbuf finds its loaders, registers its types and opens loader modules lazily, under
-// GLib's own locks. Doing all of that once, before any thread decodes or writes a picture,
-// leaves only independent work for the threads that do so at the same time.
-void prepareLoaders() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    GSList* formats = gdk_pixbuf_get_formats();
-    for (GSList* f = formats; f; f = f->next) {
-      gchar* name = gdk_pixbuf_format_get_name(static_cast<GdkPixbufFormat*>(f->data));
-      if (GdkPixbufLoader* loader = gdk_pixbuf_loader_new_with_type(name, nullptr)) {
-        gdk_pixbuf_loader_close(loader, nullptr);
-        g_object_unref(loader);
-      }
-      g_free(name);
-    }
-    g_slist_free(formats);
-  });
+// gdk-pixbuf registers its types, reads its loader list and opens each loader module lazily,
+// under GLib's own locks. That set-up is done here under a mutex of ours, once per format
+// and only for formats actually met (a loader module can pull in large libraries), so
+// threads that decode or write pictures at the same time only share finished state.
+std::mutex& setUpMutex() {
+  static std::mutex* mutex = new std::mutex;
+  return *mutex;
+}
+
+void prepareLocked(const char* format) {
+  static bool typesReady = false;
+  static std::set<std::string>* ready = new std::set<std::string>;
+  if (!typesReady) {
+    g_type_ensure(GDK_TYPE_PIXBUF);
+    g_type_ensure(GDK_TYPE_PIXBUF_LOADER);
+    g_slist_free(gdk_pixbuf_get_formats());
+    typesReady = true;
+  }
+  if (!format || !ready->insert(format).second) return;
+  if (GdkPixbufLoader* loader = gdk_pixbuf_loader_new_with_type(format, nullptr)) {
+    gdk_pixbuf_loader_close(loader, nullptr);
+    g_object_unref(loader);
+  }
+}
+
+void prepare(const char* format) {
+  std::lock_guard lock(setUpMutex());
+  prepareLocked(format);
 }
 
 }  // namespace
 
 std::shared_ptr<Image> Image::load(const std::string& path) {
-  prepareLoaders();
   gchar* contents = nullptr;
   gsize length = 0;
   if (!g_file_get_contents(path.c_str(), &contents, &length, nullptr)) return nullptr;
   std::unique_ptr<gchar, decltype(&g_free)> owner(contents, g_free);
   if (length == 0 || length > kMaxFile) return nullptr;
   const char* format = formatOf(std::string(contents, std::min<gsize>(length, 512)));
+  // An unknown format is sniffed by gdk-pixbuf, which may open any module: that stays under
+  // the set-up mutex from start to end.
+  std::unique_lock setUp(setUpMutex());
+  prepareLocked(format);
+  if (format) setUp.unlock();
   GdkPixbufLoader* loader =
       format ? gdk_pixbuf_loader_new_with_type(format, nullptr) : gdk_pixbuf_loader_new();
   if (!loader) loader = gdk_pixbuf_loader_new();
@@ -91,7 +108,7 @@ std::shared_ptr<Image> Image::load(const std::string& path) {
 
 std::shared_ptr<Image> Image::filled(int width, int height, uint32_t rgba) {
   if (width < 1 || height < 1) return nullptr;
-  prepareLoaders();
+  prepare(nullptr);
   GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, width, height);
   if (!pixbuf) return nullptr;
   gdk_pixbuf_fill(pixbuf, rgba);
@@ -124,7 +141,7 @@ uint32_t Image::pixel(int x, int y) const {
 }
 
 bool Image::writePNG(const std::string& path) const {
-  prepareLoaders();
+  prepare("png");
   GError* error = nullptr;
   const gboolean saved = gdk_pixbuf_save(impl_->pixbuf, path.c_str(), "png", &error, nullptr);
   g_clear_error(&error);
