@@ -70,10 +70,13 @@ HOME="$idle_home" start_agent "$work/idle.out" --cache "$work/idle-cache"
 sleep 2  # the start is over: inventory taken, watches set
 cpu() { awk '{print $14 + $15}' "/proc/$agent_pid/stat"; }
 rss() { awk '/VmRSS/ {print $2}' "/proc/$agent_pid/status"; }
+anon() { awk '/RssAnon/ {print $2}' "/proc/$agent_pid/status"; }
+pss() { awk '/^Pss:/ {print $2}' "/proc/$agent_pid/smaps_rollup"; }
 watches=$(cat /proc/"$agent_pid"/fdinfo/* 2>/dev/null | grep -c '^inotify wd:' || true)
 before=$(cpu)
 sleep "$idle_seconds"
 after=$(cpu)
 echo "idle: watching $idle_home ($watches folders), ${idle_seconds} s: CPU $(( after - before )) ticks" \
-  "(1 tick = $(( 1000 / ticks_per_second )) ms), resident $(rss) KiB," \
+  "(1 tick = $(( 1000 / ticks_per_second )) ms), resident $(rss) KiB" \
+  "(anonymous $(anon) KiB, proportional $(pss) KiB; the rest is shared libraries)," \
   "threads $(ls /proc/"$agent_pid"/task | wc -l)"

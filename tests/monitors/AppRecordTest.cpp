@@ -279,6 +279,15 @@ TEST_F(AppRecordTest, OddBytesStillMakeARecordThatTravels) {
   EXPECT_FALSE(fill(makeBundle(dir, "home/Applications/Caf\xe9.app")));
 }
 
+TEST_F(AppRecordTest, ApplicationsAreFoundByIdentifier) {
+  const std::string editor = makeBundle(dir, "home/Applications/Editor.app");
+  const std::string viewer = makeDesktopEntry(dir, "sys/applications/org.example.Viewer.desktop");
+  EXPECT_EQ(MonitorApplication::pathForAppWithIdentifier("com.example.Editor"), editor);
+  EXPECT_EQ(MonitorApplication::pathForAppWithIdentifier("org.example.Viewer"), viewer);
+  EXPECT_FALSE(MonitorApplication::pathForAppWithIdentifier("org.example.Missing"));
+  EXPECT_FALSE(MonitorApplication::pathForAppWithIdentifier(""));
+}
+
 TEST_F(AppRecordTest, UrlsBecomePlainPaths) {
   std::string url = "file://localhost/Applications/My%20App.app/";
   MonitorApplication::formatAppPath(url);
