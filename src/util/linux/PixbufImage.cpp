@@ -49,34 +49,32 @@ void limitSize(GdkPixbufLoader* loader, int width, int height, gpointer) {
 }
 
 // gdk-pixbuf registers its types, reads its loader list and opens each loader module lazily,
-// under GLib's own locks. That set-up is done here under a mutex of ours, once per format
-// and only for formats actually met (a loader module can pull in large libraries), so
-// threads that decode or write pictures at the same time only share finished state.
-std::mutex& setUpMutex() {
-  static std::mutex* mutex = new std::mutex;
-  return *mutex;
-}
-
-void prepareLocked(const char* format) {
-  static bool typesReady = false;
-  static std::set<std::string>* ready = new std::set<std::string>;
-  if (!typesReady) {
-    g_type_ensure(GDK_TYPE_PIXBUF);
-    g_type_ensure(GDK_TYPE_PIXBUF_LOADER);
-    g_slist_free(gdk_pixbuf_get_formats());
-    typesReady = true;
+// under GLib's own locks. The first use of each format (and every use of a format gdk-pixbuf
+// has to sniff) therefore runs under a mutex of ours; later uses share only finished state and
+// run freely. Modules are opened only for formats actually met: one can pull in large
+// libraries.
+class FirstUse {
+ public:
+  // Holds the set-up mutex when `key` is null or met for the first time.
+  explicit FirstUse(const char* key) : lock_(mutex()) {
+    static bool typesReady = false;
+    static std::set<std::string>* met = new std::set<std::string>;
+    if (!typesReady) {
+      g_type_ensure(GDK_TYPE_PIXBUF);
+      g_type_ensure(GDK_TYPE_PIXBUF_LOADER);
+      g_slist_free(gdk_pixbuf_get_formats());
+      typesReady = true;
+    }
+    if (key && !met->insert(key).second) lock_.unlock();
   }
-  if (!format || !ready->insert(format).second) return;
-  if (GdkPixbufLoader* loader = gdk_pixbuf_loader_new_with_type(format, nullptr)) {
-    gdk_pixbuf_loader_close(loader, nullptr);
-    g_object_unref(loader);
-  }
-}
 
-void prepare(const char* format) {
-  std::lock_guard lock(setUpMutex());
-  prepareLocked(format);
-}
+ private:
+  static std::mutex& mutex() {
+    static std::mutex* m = new std::mutex;
+    return *m;
+  }
+  std::unique_lock<std::mutex> lock_;
+};
 
 }  // namespace
 
@@ -87,11 +85,7 @@ std::shared_ptr<Image> Image::load(const std::string& path) {
   std::unique_ptr<gchar, decltype(&g_free)> owner(contents, g_free);
   if (length == 0 || length > kMaxFile) return nullptr;
   const char* format = formatOf(std::string(contents, std::min<gsize>(length, 512)));
-  // An unknown format is sniffed by gdk-pixbuf, which may open any module: that stays under
-  // the set-up mutex from start to end.
-  std::unique_lock setUp(setUpMutex());
-  prepareLocked(format);
-  if (format) setUp.unlock();
+  FirstUse firstUse(format);
   GdkPixbufLoader* loader =
       format ? gdk_pixbuf_loader_new_with_type(format, nullptr) : gdk_pixbuf_loader_new();
   if (!loader) loader = gdk_pixbuf_loader_new();
@@ -108,7 +102,7 @@ std::shared_ptr<Image> Image::load(const std::string& path) {
 
 std::shared_ptr<Image> Image::filled(int width, int height, uint32_t rgba) {
   if (width < 1 || height < 1) return nullptr;
-  prepare(nullptr);
+  FirstUse firstUse("pixbuf");
   GdkPixbuf* pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, width, height);
   if (!pixbuf) return nullptr;
   gdk_pixbuf_fill(pixbuf, rgba);
@@ -141,7 +135,7 @@ uint32_t Image::pixel(int x, int y) const {
 }
 
 bool Image::writePNG(const std::string& path) const {
-  prepare("png");
+  FirstUse firstUse("png writer");
   GError* error = nullptr;
   const gboolean saved = gdk_pixbuf_save(impl_->pixbuf, path.c_str(), "png", &error, nullptr);
   g_clear_error(&error);
