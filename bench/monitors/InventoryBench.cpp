@@ -42,12 +42,12 @@ struct Machine {
     }
     auto large = Image::filled(256, 256, 0xcc3366ff);
     for (int i = 0; i < kBundles; ++i) {
-      test::BundleSpec spec;
-      spec.identifier = "com.example.Bundle" + std::to_string(i);
-      spec.name = "Bundle" + std::to_string(i);
-      spec.iconFile = "AppIcon";
+      test::BundleRecipe recipe;
+      recipe.identifier = "com.example.Bundle" + std::to_string(i);
+      recipe.name = "Bundle" + std::to_string(i);
+      recipe.iconFile = "AppIcon";
       const std::string bundle =
-          test::makeBundle(dir, "home/Applications/" + spec.name + ".app", spec);
+          test::makeBundle(dir, "home/Applications/" + recipe.name + ".app", recipe);
       fs::create_directories(bundle + "/Contents/Resources");
       large->writePNG(bundle + "/Contents/Resources/AppIcon.icns");
     }

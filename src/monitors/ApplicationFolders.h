@@ -17,7 +17,7 @@ class ApplicationFolders {
   static std::vector<std::string> desktopEntryFolders();
   // Every application path: ".app" bundles and AppImages in the bundle folders (searched a few
   // levels deep, never inside a bundle), and every desktop entry of the desktop entry folders
-  // by desktop file id, the first folder's entry winning as in the menu specification. Whether
+  // by desktop file id, the first folder's entry winning as the desktop menu rules say. Whether
   // each really is an application is left to the reader (a Hidden entry still shadows its id).
   static std::vector<std::string> allApplications();
   // The "share" folders that Flatpak and Snap export applications and icons into.

@@ -14,7 +14,7 @@ namespace vexa {
 namespace {
 
 namespace fs = std::filesystem;
-using test::BundleSpec;
+using test::BundleRecipe;
 using test::makeBundle;
 using test::makeDesktopEntry;
 using test::makePng;
@@ -33,9 +33,9 @@ class AppRecordTest : public test::MonitorFixture {
 };
 
 TEST_F(AppRecordTest, ABundleFillsEveryField) {
-  BundleSpec spec;
-  spec.iconFile = "Editor.png";
-  const std::string path = makeBundle(dir, "home/Applications/Editor.app", spec);
+  BundleRecipe recipe;
+  recipe.iconFile = "Editor.png";
+  const std::string path = makeBundle(dir, "home/Applications/Editor.app", recipe);
   makePng(dir, "home/Applications/Editor.app/Contents/Resources/Editor.png", 256, 128);
 
   auto app = fill(path);
@@ -67,7 +67,7 @@ TEST_F(AppRecordTest, ABundleFillsEveryField) {
 }
 
 TEST_F(AppRecordTest, WhatIsNotAReportableApplication) {
-  BundleSpec noIdentifier;
+  BundleRecipe noIdentifier;
   noIdentifier.identifier = "";
   EXPECT_FALSE(fill(makeBundle(dir, "home/Applications/Anon.app", noIdentifier)));
   EXPECT_FALSE(fill(dir / "home/Applications/Missing.app"));
@@ -92,16 +92,16 @@ TEST_F(AppRecordTest, WhatIsNotAReportableApplication) {
 }
 
 TEST_F(AppRecordTest, DomainsKeepTheirIntendedAsymmetry) {
-  BundleSpec agent;
+  BundleRecipe agent;
   agent.identifier = "com.example.Editor.agent";
   EXPECT_EQ(fill(makeBundle(dir, "home/Applications/A.app", agent))->appDomain, "com.example");
-  BundleSpec tool;
+  BundleRecipe tool;
   tool.identifier = "net.example.tool";
   EXPECT_EQ(fill(makeBundle(dir, "home/Applications/T.app", tool))->appDomain, "net.example.tool.");
 }
 
 TEST_F(AppRecordTest, PlatformSupportFollowsTheSystemVersionAndTheProcessor) {
-  BundleSpec newer;
+  BundleRecipe newer;
   newer.minimumSystem = "999.1";
   auto app = fill(makeBundle(dir, "home/Applications/Newer.app", newer));
   ASSERT_TRUE(app);
@@ -109,7 +109,7 @@ TEST_F(AppRecordTest, PlatformSupportFollowsTheSystemVersionAndTheProcessor) {
   EXPECT_FALSE(app->platformSupport);
 
   // Numbers compare by value: "1.10" is older than any running kernel above 1.
-  BundleSpec older;
+  BundleRecipe older;
   older.minimumSystem = "1.10";
   older.cpuTypes = {};
   dir.write("home/Applications/Script.app/Contents/MacOS/Editor", "#!/bin/sh\n");
@@ -117,7 +117,7 @@ TEST_F(AppRecordTest, PlatformSupportFollowsTheSystemVersionAndTheProcessor) {
   ASSERT_TRUE(app);
   EXPECT_TRUE(app->platformSupport);
 
-  BundleSpec fat;
+  BundleRecipe fat;
   fat.cpuTypes = {kX86_64, kArm64};
   app = fill(makeBundle(dir, "home/Applications/Fat.app", fat));
   ASSERT_TRUE(app);
@@ -126,20 +126,20 @@ TEST_F(AppRecordTest, PlatformSupportFollowsTheSystemVersionAndTheProcessor) {
   EXPECT_TRUE(app->platformSupport);
 
   if (!onIntel()) GTEST_SKIP() << "the processor rules below are those of an x86-64 machine";
-  BundleSpec i386;
+  BundleRecipe i386;
   i386.cpuTypes = {kI386};
   EXPECT_TRUE(fill(makeBundle(dir, "home/Applications/Old.app", i386))->platformSupport);
-  BundleSpec powerpc;
+  BundleRecipe powerpc;
   powerpc.cpuTypes = {kPowerPC};
   EXPECT_FALSE(fill(makeBundle(dir, "home/Applications/Ppc.app", powerpc))->platformSupport);
-  BundleSpec arm;
+  BundleRecipe arm;
   arm.cpuTypes = {kArm64};
   EXPECT_FALSE(fill(makeBundle(dir, "home/Applications/Arm.app", arm))->platformSupport);
 }
 
 TEST_F(AppRecordTest, IconLookupOrderAndTheDefaultIcon) {
   // A name without extension means an .icns file (decoded by its contents).
-  BundleSpec bare;
+  BundleRecipe bare;
   bare.identifier = "com.example.Bare";
   bare.iconFile = "AppIcon";
   const std::string barePath = makeBundle(dir, "home/Applications/Bare.app", bare);
@@ -150,7 +150,7 @@ TEST_F(AppRecordTest, IconLookupOrderAndTheDefaultIcon) {
   EXPECT_EQ(bareIcon->width(), 64);
 
   // A missing icon falls back to any value naming an .icns file, then to the default icon.
-  BundleSpec second;
+  BundleRecipe second;
   second.identifier = "com.example.Second";
   second.iconFile = "Missing.png";
   const std::string secondPath = makeBundle(dir, "home/Applications/Second.app", second);
@@ -160,7 +160,7 @@ TEST_F(AppRecordTest, IconLookupOrderAndTheDefaultIcon) {
   makePng(dir, "home/Applications/Second.app/Contents/Resources/art.icns", 16, 16);
   EXPECT_EQ(fill(secondPath)->appIconCachePath, cache() + "/com.example.Second.png");
 
-  BundleSpec none;
+  BundleRecipe none;
   none.identifier = "com.example.None";
   auto app = fill(makeBundle(dir, "home/Applications/None.app", none));
   EXPECT_EQ(app->appIconCachePath, cache() + "/default.png");
@@ -179,9 +179,9 @@ TEST_F(AppRecordTest, IconLookupOrderAndTheDefaultIcon) {
 }
 
 TEST_F(AppRecordTest, ThumbnailsAreNeverRewrittenNorWrittenOutsideTheCache) {
-  BundleSpec spec;
-  spec.iconFile = "Editor.png";
-  const std::string path = makeBundle(dir, "home/Applications/Editor.app", spec);
+  BundleRecipe recipe;
+  recipe.iconFile = "Editor.png";
+  const std::string path = makeBundle(dir, "home/Applications/Editor.app", recipe);
   makePng(dir, "home/Applications/Editor.app/Contents/Resources/Editor.png", 128, 128);
   ASSERT_TRUE(fill(path));
   const std::string thumbnail = cache() + "/com.example.Editor.png";
@@ -189,7 +189,7 @@ TEST_F(AppRecordTest, ThumbnailsAreNeverRewrittenNorWrittenOutsideTheCache) {
   ASSERT_TRUE(fill(path));
   EXPECT_EQ(readFile(thumbnail), "kept as it is");
 
-  BundleSpec sneaky;
+  BundleRecipe sneaky;
   sneaky.identifier = "../../escape";
   sneaky.iconFile = "Editor.png";
   const std::string sneakyPath = makeBundle(dir, "home/Applications/Sneaky.app", sneaky);

@@ -95,10 +95,10 @@ class MonitorApplicationTest : public test::MonitorFixture {
 
 TEST_F(MonitorApplicationTest, AFirstStartTakesTheInventoryAndCachesIt) {
   const std::string editor = makeBundle(dir, "home/Applications/Editor.app");
-  test::BundleSpec nested;
+  test::BundleRecipe nested;
   nested.identifier = "com.example.Nested";
   const std::string utility = makeBundle(dir, "home/Applications/Utilities/Nested.app", nested);
-  test::BundleSpec inner;
+  test::BundleRecipe inner;
   inner.identifier = "com.example.Inner";  // inside another bundle: part of it, not an app
   makeBundle(dir, "home/Applications/Editor.app/Contents/Helpers/Inner.app", inner);
   const std::string viewer = makeDesktopEntry(dir, "sys/applications/viewer.desktop", "System");

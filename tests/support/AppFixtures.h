@@ -47,7 +47,7 @@ inline std::string machOHeader(const std::vector<uint32_t>& cpuTypes) {
   return out;
 }
 
-struct BundleSpec {
+struct BundleRecipe {
   std::string identifier = "com.example.Editor";
   std::string name = "Editor";
   std::string version = "2.1";
@@ -58,21 +58,21 @@ struct BundleSpec {
 
 // A ".app" bundle with an XML Info.plist, its program, and the icon file when one is named.
 inline std::string makeBundle(const TempDir& dir, const std::string& relative,
-                              const BundleSpec& spec = {}) {
+                              const BundleRecipe& recipe = {}) {
   std::string plist = R"(<?xml version="1.0" encoding="UTF-8"?>
 <plist version="1.0"><dict>)";
   auto key = [&](const std::string& k, const std::string& v) {
     if (!v.empty()) plist += "<key>" + k + "</key><string>" + v + "</string>";
   };
-  key("CFBundleIdentifier", spec.identifier);
-  key("CFBundleName", spec.name);
-  key("CFBundleShortVersionString", spec.version);
-  key("CFBundleExecutable", spec.name);
-  key("Minimum system version", spec.minimumSystem);
-  key("CFBundleIconFile", spec.iconFile);
+  key("CFBundleIdentifier", recipe.identifier);
+  key("CFBundleName", recipe.name);
+  key("CFBundleShortVersionString", recipe.version);
+  key("CFBundleExecutable", recipe.name);
+  key("Minimum system version", recipe.minimumSystem);
+  key("CFBundleIconFile", recipe.iconFile);
   plist += "</dict></plist>\n";
   dir.write(relative + "/Contents/Info.plist", plist);
-  dir.write(relative + "/Contents/MacOS/" + spec.name, machOHeader(spec.cpuTypes));
+  dir.write(relative + "/Contents/MacOS/" + recipe.name, machOHeader(recipe.cpuTypes));
   return dir / relative;
 }
 

@@ -79,12 +79,12 @@ TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
   EXPECT_EQ(message["parms"]["AppFile"]["appBundleIdentifer"], "org.example.Viewer");
 
   // Outside every install path (the system applications folder): recorded, not announced.
-  test::BundleSpec other;
+  test::BundleRecipe other;
   other.identifier = "com.example.Other";
   const std::string outside = test::makeBundle(dir, "sys/applications/Other.app", other);
 
   // Into the Trash: uninstalled at once.
-  test::BundleSpec doomed;
+  test::BundleRecipe doomed;
   doomed.identifier = "com.example.Doomed";
   const std::string doomedPath = test::makeBundle(dir, "home/Applications/Doomed.app", doomed);
   message = nextMessage(*host);
