@@ -391,10 +391,15 @@ void MonitorApplication::queryAllInstalledAppWithFilter(const std::vector<std::s
   std::atomic<size_t> next{0};
   auto fillSome = [&] {
     for (size_t i; (i = next.fetch_add(1)) < paths.size();) {
-      auto app = std::make_shared<AppFile>();
-      if (!wBscInfoFrPath(paths[i], *app)) continue;
-      std::lock_guard lock(lock_);
-      apps_[paths[i]] = std::move(app);
+      try {
+        auto app = std::make_shared<AppFile>();
+        if (!wBscInfoFrPath(paths[i], *app)) continue;
+        std::lock_guard lock(lock_);
+        apps_[paths[i]] = std::move(app);
+      } catch (const std::exception&) {
+        // One unreadable application (out of memory, say) leaves the others to be recorded,
+        // and the wait below always ends.
+      }
     }
   };
   const size_t helpers = std::min<size_t>(std::max(1u, std::thread::hardware_concurrency()) - 1,
