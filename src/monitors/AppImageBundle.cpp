@@ -11,6 +11,7 @@
 #include "monitors/DesktopAppBundle.h"
 #include "privileged/ProcessRunner.h"
 #include "util/AtomicFile.h"
+#include "util/ProgramPath.h"
 
 namespace vexa {
 
@@ -39,7 +40,7 @@ uint64_t readLE(const uint8_t* p, int bytes) {
 // Unpacks the named entries of the image's root (wildcards allowed) into `dest`.
 bool unpack(const std::string& image, uint64_t offset, const std::string& dest,
             const std::vector<std::string>& entries) {
-  static const auto unsquashfs = ProcessRunner::findProgram("unsquashfs");
+  static const auto unsquashfs = ProgramPath::find("unsquashfs");
   if (!unsquashfs) return false;
   std::vector<std::string> argv{
       *unsquashfs, "-q", "-n", "-f", "-no-xattrs", "-o", std::to_string(offset), "-d", dest, image};

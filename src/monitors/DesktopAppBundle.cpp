@@ -2,8 +2,8 @@
 
 #include "monitors/ApplicationFolders.h"
 #include "monitors/IconTheme.h"
-#include "privileged/ProcessRunner.h"
 #include "util/AtomicFile.h"
+#include "util/ProgramPath.h"
 
 namespace vexa {
 
@@ -60,7 +60,7 @@ std::unique_ptr<AppBundle> DesktopAppBundle::open(const std::string& path) {
   if (!entry || !entry->isApplication() || entry->isHidden() || entry->noDisplay()) return nullptr;
   auto display = entry->localized("Name", DesktopEntry::userLocales());
   std::optional<std::string> program;
-  if (auto exe = entry->executable()) program = ProcessRunner::findProgram(*exe);
+  if (auto exe = entry->executable()) program = ProgramPath::find(*exe);
   return std::unique_ptr<AppBundle>(
       new DesktopAppBundle(path, infoOf(*entry, path), std::move(display), std::move(program)));
 }

@@ -20,9 +20,6 @@ class ProcessRunner {
   static Result run(const std::vector<std::string>& argv,
                     const std::optional<std::vector<std::string>>& filter = std::nullopt,
                     const std::string& workingDirectory = "");
-  // A program as the shell finds it: a name with a slash when it is an executable absolute
-  // path, a bare name in the first folder of PATH that has it executable.
-  static std::optional<std::string> findProgram(const std::string& name);
 };
 
 }  // namespace vexa

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "util/ProgramPath.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/Utilities.h"
 
@@ -65,23 +66,8 @@ long long queryLeadingInteger(const char* command, long long perAttempt) {
 
 // The lipo to verify architectures with: lipo on PATH, else LLVM's.
 std::string findLipo() {
-  auto onPath = [](const std::string& name) -> std::string {
-    const char* path = std::getenv("PATH");
-    std::string list = path ? path : "/usr/local/bin:/usr/bin:/bin";
-    size_t start = 0;
-    while (start <= list.size()) {
-      size_t end = list.find(':', start);
-      if (end == std::string::npos) end = list.size();
-      std::string dir = list.substr(start, end - start);
-      if (dir.empty()) dir = ".";
-      const std::string candidate = dir + "/" + name;
-      if (access(candidate.c_str(), X_OK) == 0) return candidate;
-      start = end + 1;
-    }
-    return "";
-  };
-  if (!onPath("lipo").empty()) return "lipo";
-  if (std::string llvm = onPath("llvm-lipo"); !llvm.empty()) return llvm;
+  if (vexa::ProgramPath::find("lipo")) return "lipo";
+  if (auto llvm = vexa::ProgramPath::find("llvm-lipo")) return *llvm;
   // Debian installs LLVM's tools with a version suffix; take the newest.
   std::string best;
   int bestVersion = -1;
