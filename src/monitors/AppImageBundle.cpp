@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "monitors/DesktopAppBundle.h"
-#include "privileged/ProcessRunner.h"
+#include "util/ProcessRunner.h"
 #include "util/AtomicFile.h"
 #include "util/ProgramPath.h"
 

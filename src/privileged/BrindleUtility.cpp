@@ -10,7 +10,7 @@
 
 #include "privileged/HelperTransport.h"
 #include "privileged/PlatformFiles.h"
-#include "privileged/ProcessRunner.h"
+#include "util/ProcessRunner.h"
 #include "vexa/util/Image.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/SystemLog.h"

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "privileged/ProcessRunner.h"
+#include "util/ProcessRunner.h"
 #include "privileged/ToolPolicy.h"
 #include "vexa/privileged/BrindleUtility.h"
 #include "vexa/util/MonitorString.h"

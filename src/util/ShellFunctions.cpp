@@ -1,7 +1,6 @@
 // The shell and file half of the plain C functions.
 #include <dirent.h>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,11 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "util/ProcessRunner.h"
 #include "util/ProgramPath.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/Utilities.h"
-
-extern char** environ;
 
 namespace {
 
@@ -118,20 +116,7 @@ int runDiscarding(char* command) {
 // Runs "sh -c command" with standard input and output on /dev/null and waits for the shell.
 // Used where the command starts programs that keep running: they must not hold our pipe.
 int runDetachedOutput(const char* command) {
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  pid_t child = -1;
-  char* argv[] = {const_cast<char*>("sh"), const_cast<char*>("-c"), const_cast<char*>(command),
-                  nullptr};
-  const int rc = posix_spawn(&child, "/bin/sh", &actions, nullptr, argv, environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return 0;
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return 1;
+  return vexa::ProcessRunner::runDetached({"/bin/sh", "-c", command}) == -1 ? 0 : 1;
 }
 
 }  // namespace
