@@ -8,7 +8,9 @@ namespace vexa {
 // A connected byte stream (a TCP socket) as the frame reader and writer see it.
 class ByteChannel {
  public:
-  enum class Status { Ok, Closed, Retry, Failed };
+  // TimedOut: a send missed its deadline. Part of a frame may have gone, so the stream is no
+  // longer usable.
+  enum class Status { Ok, Closed, Retry, Failed, TimedOut };
   struct Result {
     Status status;
     size_t bytes;  // moved, when Ok

@@ -10,6 +10,7 @@
 #include "util/RunGuarded.h"
 #include "vexa/messaging/XCommandHandler.h"
 #include "vexa/messaging/XSocketServer.h"
+#include "vexa/util/SystemLog.h"
 
 namespace vexa {
 
@@ -32,10 +33,23 @@ std::string XConnectClient::identity() const {
 }
 
 bool XConnectClient::sendData(const Message& message) {
+  auto payload = Frame::payloadOf(message);  // compressed before the connection is held
+  if (!payload) return false;
+  const auto server = delegate_.lock();
+  const auto timeout = server ? server->sendTimeout() : XSocketServer::kDefaultSendTimeout;
   std::lock_guard lock(sendMutex_);
   if (connectFD_.load() <= 0) return false;
-  SocketChannel channel(fd_);
-  return Frame::write(channel, message);
+  SocketChannel channel(fd_, timeout);
+  if (Frame::writePayload(channel, *payload)) return true;
+  if (channel.timedOut()) {
+    // Part of a frame may be out, so the stream cannot carry another: the connection goes,
+    // and its receiving thread frees the slot.
+    SystemLog::log("a client (\"%s\") read nothing for %lld ms; closing its connection",
+                   identity().c_str(), static_cast<long long>(timeout.count()));
+    if (connectFD_.exchange(0) > 0) ::shutdown(fd_, SHUT_RDWR);
+    isRecv_ = false;
+  }
+  return false;
 }
 
 void XConnectClient::closeConnect() {

@@ -191,7 +191,7 @@ void XSocketServer::sendData(const Message& message, int connectFD) {
     client->sendData(message);
     return;
   }
-  SocketChannel channel(connectFD);
+  SocketChannel channel(connectFD, sendTimeout());
   Frame::write(channel, message);
 }
 

@@ -5,8 +5,10 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <thread>
 
 #include "support/RawClient.h"
@@ -64,12 +66,7 @@ class XSocketServerTest : public ::testing::Test {
   }
   // Waits until the server has seen `identity` on some connection.
   bool identified(const std::string& identity) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-      if (server->getConnetClientByIdentity(identity)) return true;
-      std::this_thread::yield();
-    }
-    return false;
+    return test::eventually([&] { return server->getConnetClientByIdentity(identity) != nullptr; });
   }
 
   std::shared_ptr<XSocketServer> server;
@@ -138,11 +135,7 @@ TEST_F(XSocketServerTest, ClosedConnectionsAreSkippedAndCleared) {
 
   auto second = join();
   second->close();  // a peer that goes away makes the server clear every closed entry
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!server->connectDict().empty() && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::yield();
-  }
-  EXPECT_TRUE(server->connectDict().empty());
+  EXPECT_TRUE(test::eventually([&] { return server->connectDict().empty(); }));
   EXPECT_EQ(XSocketServer::slots(), std::vector<int>(10, 0));
 }
 
@@ -189,6 +182,43 @@ TEST_F(XSocketServerTest, HostilePeersLoseOnlyTheirOwnConnection) {
   ASSERT_TRUE(connection);
   ASSERT_TRUE(connection->sendData(Message("PackageAdd", {{"Path", "/x.pkg"}})));
   EXPECT_EQ(host->receive(), R"({"name":"PackageAdd","parms":{"Path":"/x.pkg"}})");
+}
+
+// A message too random to compress much, so that a few of them fill the socket buffers.
+Message bulkyMessage(size_t bytes) {
+  static std::mt19937 random(7);
+  std::string noise(bytes, ' ');
+  for (char& c : noise) c = static_cast<char>('!' + random() % 90);
+  for (char& c : noise) c = c == '"' || c == '\\' ? '#' : c;
+  return Message("InstallCommand", {{"Noise", noise}});
+}
+
+TEST_F(XSocketServerTest, AHostThatStopsReadingIsDroppedAfterTheSendDeadline) {
+  server->setSendTimeout(std::chrono::milliseconds(300));
+  auto stalled = join();  // identifies itself, then never reads again
+  stalled->send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity}}));
+  ASSERT_TRUE(identified(XSocketServer::kHostIdentity));
+  auto other = join();
+  const auto connection = server->getConnetClientByIdentity(XSocketServer::kHostIdentity);
+  ASSERT_TRUE(connection);
+
+  // Sends succeed until both sides' buffers are full, then one misses the deadline and the
+  // connection goes; without a deadline this loop would block for ever.
+  const Message bulky = bulkyMessage(256 << 10);
+  int sent = 0;
+  while (sent < 400 && connection->sendData(bulky)) ++sent;
+  EXPECT_LT(sent, 400);
+  EXPECT_EQ(connection->connectFD(), 0);
+  EXPECT_FALSE(connection->sendData(bulky));  // and later senders do not wait on it again
+
+  // Its slot is freed, and the other client is served as before.
+  EXPECT_TRUE(test::eventually([&] {
+    const auto slots = XSocketServer::slots();
+    return std::count_if(slots.begin(), slots.end(), [](int fd) { return fd != 0; }) == 1;
+  }));
+  EXPECT_FALSE(server->getConnetClientByIdentity(XSocketServer::kHostIdentity));
+  server->broadcast(Message("PackageAdd", {{"Path", "/x.pkg"}}));
+  EXPECT_EQ(other->receive(), R"({"name":"PackageAdd","parms":{"Path":"/x.pkg"}})");
 }
 
 TEST_F(XSocketServerTest, TheAcceptLoopWaitsOutALackOfDescriptors) {

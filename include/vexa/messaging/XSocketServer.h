@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -26,6 +27,7 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
  public:
   static constexpr const char* kHostIdentity = "com.tarnwick.Vexa-Sweeper";
   static constexpr int kMaxClients = 10;
+  static constexpr std::chrono::milliseconds kDefaultSendTimeout{5000};
 
   static XSocketServer& shared();
   static std::shared_ptr<XSocketServer> create(std::string host = "0.0.0.0", uint16_t port = 13145);
@@ -51,6 +53,12 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   // Broadcasts "quit", ends the accept loop and closes the listening socket.
   void stopListen();
 
+  // How long one message may take to go out to a client. A client that reads nothing for that
+  // long (suspended, or stuck) has its connection closed and its slot freed, so no sender waits
+  // on it for longer. Applies to every send from the next one on.
+  std::chrono::milliseconds sendTimeout() const { return sendTimeout_.load(); }
+  void setSendTimeout(std::chrono::milliseconds timeout) { sendTimeout_.store(timeout); }
+
   void sendData(const Message& message, int connectFD);
   void broadcast(const Message& message);
   // The first open connection whose peer identified itself as `identity`.
@@ -74,6 +82,7 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   std::atomic<uint16_t> port_;
   std::atomic<int> socketFD_{0};
   std::atomic<bool> isAccept_{true};
+  std::atomic<std::chrono::milliseconds> sendTimeout_{kDefaultSendTimeout};
   mutable std::mutex mutex_;
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
   std::vector<int> refused_;  // left open as refused; closed when the server goes
