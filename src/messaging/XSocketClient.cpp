@@ -1,7 +1,5 @@
 #include "vexa/messaging/XSocketClient.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +10,7 @@
 
 #include "messaging/Frame.h"
 #include "messaging/SocketChannel.h"
+#include "messaging/TcpConnector.h"
 #include "util/RunGuarded.h"
 
 namespace vexa {
@@ -120,26 +119,12 @@ int XSocketClient::socketFD() const {
 
 bool XSocketClient::connectServer() {
   std::lock_guard lock(state_->mutex);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(state_->port);
-  const std::string target = state_->host.empty() ? "127.0.0.1" : state_->host;
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0 || ::inet_pton(AF_INET, target.c_str(), &address.sin_addr) != 1) {
-    if (fd >= 0) ::close(fd);
-    state_->isConnect = false;
-    return false;
-  }
-  const bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  state_->isConnect = connected;
-  state_->isRecv = connected;
-  if (!connected) {
-    ::close(fd);
-    return false;
-  }
-  SocketChannel::setNoDelay(fd);
+  UniqueFd fd = TcpConnector::connect(state_->host, state_->port);
+  state_->isConnect = fd.ok();
+  state_->isRecv = fd.ok();
+  if (!fd) return false;
   auto connection = std::make_shared<Connection>();
-  connection->fd = fd;
+  connection->fd = fd.release();  // closed by the receiving thread
   state_->connection = connection;
   std::thread([state = state_, connection] {
     runGuarded("socket client", [&] { State::recvData(state, connection); });

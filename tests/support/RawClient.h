@@ -11,6 +11,7 @@
 
 #include "messaging/Frame.h"
 #include "messaging/SocketChannel.h"
+#include "messaging/TcpConnector.h"
 
 namespace vexa::test {
 
@@ -18,12 +19,8 @@ namespace vexa::test {
 class RawClient {
  public:
   explicit RawClient(uint16_t port, const char* host = "127.0.0.1") {
-    fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    ::inet_pton(AF_INET, host, &a.sin_addr);
-    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0;
+    fd_ = TcpConnector::connect(host, port).release();
+    connected_ = fd_ >= 0;
   }
   // Takes an unconnected socket made earlier.
   RawClient() { fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }

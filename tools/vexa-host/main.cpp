@@ -2,20 +2,13 @@
 // agent, identifies itself with "ConnectCommand", prints every message it receives as one line
 // of compact JSON, and sends each JSON line read from standard input as a frame. Exits 0 when the
 // agent says "quit" or closes the connection.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <mutex>
 #include <string>
 #include <thread>
 
-#include "messaging/Frame.h"
-#include "messaging/SocketChannel.h"
+#include "vexa/messaging/HostChannel.h"
 #include "vexa/messaging/Json2Model.h"
 #include "vexa/messaging/XSocketServer.h"
 
@@ -53,26 +46,16 @@ int main(int argc, char** argv) {
     }
   }
 
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  if (fd < 0 || ::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1 ||
-      ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+  auto channel = vexa::HostChannel::connect(host, static_cast<uint16_t>(port));
+  if (!channel) {
     std::fprintf(stderr, "vexa-host: cannot connect to %s:%ld\n", host.c_str(), port);
     return 1;
   }
-  vexa::SocketChannel::setNoDelay(fd);
-  vexa::SocketChannel channel(fd);
-  std::mutex sending;
-  {
-    std::lock_guard lock(sending);
-    vexa::Frame::write(channel, vexa::Message("ConnectCommand", {{"Identity", identity},
-                                                                 {"InstallPaths", installPaths}}));
-  }
+  channel->send(
+      vexa::Message("ConnectCommand", {{"Identity", identity}, {"InstallPaths", installPaths}}));
 
   // Standard input: one JSON message per line, sent as it comes.
-  std::thread([&] {
+  std::thread([&channel] {
     std::string line;
     while (std::getline(std::cin, line)) {
       auto message = vexa::Message::fromJSON(line);
@@ -80,22 +63,21 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "vexa-host: not a message: %s\n", line.c_str());
         continue;
       }
-      std::lock_guard lock(sending);
-      vexa::Frame::write(channel, *message);
+      channel->send(*message);
     }
   }).detach();
 
   for (;;) {
-    const vexa::Frame::ReadResult frame = vexa::Frame::read(channel);
-    if (frame.status == vexa::Frame::Status::Closed) break;
-    if (frame.status == vexa::Frame::Status::Rejected) return 1;
-    if (frame.status != vexa::Frame::Status::Text) continue;
-    auto parsed = vexa::JSONObject(frame.text);
-    const std::string line = parsed ? vexa::JSONString(*parsed).value_or(frame.text) : frame.text;
+    std::string text;
+    const auto received = channel->receive(text);
+    if (received == vexa::HostChannel::Received::Closed) break;
+    if (received == vexa::HostChannel::Received::Rejected) return 1;
+    auto parsed = vexa::JSONObject(text);
+    const std::string line = parsed ? vexa::JSONString(*parsed).value_or(text) : text;
     std::printf("%s\n", line.c_str());
     std::fflush(stdout);
     if (parsed && parsed->is_object() && parsed->value("name", nlohmann::json()) == "quit") break;
   }
-  ::shutdown(fd, SHUT_RDWR);
+  channel->shutdown();
   std::_Exit(0);  // the reader of standard input may still be blocked
 }
