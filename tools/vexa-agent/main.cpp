@@ -13,7 +13,6 @@
 
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
-#include "vexa/util/MonitorString.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
 
@@ -22,13 +21,6 @@ namespace {
 int usage() {
   std::fprintf(stderr, "usage: vexa-agent [--host ADDR] [--port N] [--cache DIR] [--verbose]\n");
   return 2;
-}
-
-// $XDG_CACHE_HOME/vexa-agent, with the XDG default of ~/.cache.
-std::string defaultCacheFolder() {
-  const char* cacheHome = std::getenv("XDG_CACHE_HOME");
-  if (cacheHome && cacheHome[0] == '/') return std::string(cacheHome) + "/vexa-agent";
-  return vexa::MonitorString::userHomePath() + "/.cache/vexa-agent";
 }
 
 // Removals wait for the host: it receives them when it next identifies itself.
@@ -47,7 +39,7 @@ class RemovalLog : public vexa::MonitorApplicationDelegate {
 int main(int argc, char** argv) {
   std::string host = "127.0.0.1";  // loopback unless asked otherwise
   long port = 13145;
-  std::string cache = defaultCacheFolder();
+  std::string cache;  // empty: the monitor's own cache folder
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--verbose") {
@@ -86,7 +78,7 @@ int main(int argc, char** argv) {
   // The monitor is ready (cache read or inventory taken) before the first connection is
   // accepted; hosts that connect meanwhile wait in the listen queue.
   vexa::MonitorApplication& applications = vexa::MonitorApplication::shared();
-  applications.setCacheFolderPath(cache);
+  if (!cache.empty()) applications.setCacheFolderPath(cache);
   applications.setDelegate(std::make_shared<RemovalLog>());
   server.setCommandHandler(applications.weak_from_this());
   applications.startMonitor();
