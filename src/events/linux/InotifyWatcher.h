@@ -4,19 +4,17 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "events/EventStream.h"
-
-struct inotify_event;
+#include "events/linux/InotifyTranslator.h"
+#include "events/linux/InotifyWatchTable.h"
+#include "util/UniqueFd.h"
 
 namespace vexa {
 
@@ -32,7 +30,11 @@ namespace vexa {
 // The watcher's thread sleeps in poll() while nothing happens. Queue overflow is logged and
 // repaired by crawling the trees again; hitting the per-user watch limit is logged once, naming
 // the sysctl to raise, and the directories already watched keep being served.
-class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
+//
+// This class does the descriptor work (reads, watches, crawls) and the batching; what records
+// mean is InotifyTranslator's, and which watch is which folder InotifyWatchTable's.
+class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher>,
+                       private InotifyTranslator::Effects {
  public:
   struct Options {
     std::chrono::milliseconds grace{5000};  // watches kept after the last unsubscribe
@@ -42,7 +44,7 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
 
   static std::shared_ptr<InotifyWatcher> create(Options options);
   static std::shared_ptr<InotifyWatcher> create() { return create(Options{}); }
-  ~InotifyWatcher();
+  ~InotifyWatcher() override;
   InotifyWatcher(const InotifyWatcher&) = delete;
   InotifyWatcher& operator=(const InotifyWatcher&) = delete;
 
@@ -61,7 +63,8 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
   bool watchLimitReached() const { return watchLimitReached_.load(); }
 
   // One turn: apply a new subscription, wait for kernel events (at most `maxWaitMs`, -1 for as
-  // long as nothing is due), read and translate them, hand over a due batch. Answers false once
+  // long as nothing is due), read and translate them, settle a move whose second half is
+  // overdue, hand over a due batch. Answers false once
   // the watcher is stopping. The watcher's own thread is a loop of these.
   bool step(int maxWaitMs = -1);
 
@@ -75,32 +78,26 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
     EventStream::Callback callback;
     bool active = false;
   };
-  struct PendingMove {
-    uint32_t cookie = 0;
-    std::string path;
-    bool isDir = false;
-  };
-
   explicit InotifyWatcher(Options options);
   void threadMain();
   void reconcile();
+  void wake();
   void readEvents();
-  void handleEvent(const ::inotify_event& event);
-  void flushPendingMove();
-  void recrawl();
-  void addTree(const std::string& root, bool reportContents);
-  int addWatch(const std::string& path, bool isRoot);
-  void forgetTree(const std::string& path, bool removeWatches);
-  void renameTree(const std::string& from, const std::string& to);
-  void emit(const std::string& path, uint32_t flags);
+  int addWatch(const std::string& path, uint32_t mask);
+  void publishWatchCount();
   void deliverDue();
   void deliverOnLoop();
-  bool underRoots(const std::string& path, const std::vector<std::string>& roots) const;
-  bool isRoot(const std::string& path) const;
+  static bool underRoots(const std::string& path, const std::vector<std::string>& roots);
+
+  // InotifyTranslator::Effects, on the watcher's thread.
+  void emit(const std::string& path, uint32_t flags) override;
+  void watchTree(const std::string& root, bool reportContents) override;
+  bool releaseWatch(int wd) override;
+  void overflowed() override;
 
   const Options options_;
-  int inotifyFd_ = -1;
-  int wakeFd_ = -1;
+  UniqueFd inotifyFd_;
+  UniqueFd wakeFd_;
   std::thread thread_;
 
   // Shared with subscribers and the loop; guarded by mutex_.
@@ -121,11 +118,8 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher> {
 
   // The watcher thread's own state.
   uint64_t appliedGeneration_ = 0;
-  std::vector<std::string> watchedRoots_;
-  std::unordered_map<int, std::string> pathOfWatch_;
-  std::map<std::string, int> watchOfPath_;
-  std::unordered_set<std::string> reportedByScan_;
-  std::optional<PendingMove> pendingMove_;
+  InotifyWatchTable table_;
+  InotifyTranslator translator_{table_, *this};  // its roots are the trees watched
 };
 
 }  // namespace vexa
