@@ -4,21 +4,14 @@
 
 #include <thread>
 
+#include "support/Signal.h"
 #include "vexa/messaging/XConnectClient.h"
 #include "vexa/messaging/XSocketServer.h"
 
 namespace vexa {
 namespace {
 
-// Waits for a condition another thread makes true.
-bool eventually(const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
+using test::eventually;
 
 TEST(XSocketClientTest, ConnectsOnSendOnceAServerListensAndReconnectsAfterQuit) {
   // A free port, closed again so nothing listens on it yet.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -210,14 +211,18 @@ TEST(ShellFunctionsTest, OpeningAnApplicationReturnsWhileItRuns) {
   TempDir dir;
   const std::string app = dir.mkdir("My App");
   FakeTools tools;
-  // The "application" keeps running in the background, holding the shell's output.
-  tools.add("xdg-open", "printf '%s\\n' \"$@\" > '" + dir / "opened" + "'\n(sleep 30 &)");
+  // The "application" keeps running in the background, holding the shell's output (not its
+  // error stream: that is ctest's, which would wait for it). It is stopped at the end.
+  tools.add("xdg-open", "printf '%s\\n' \"$@\" > '" + dir / "opened" +
+                            "'\n(sleep 30 2>/dev/null & echo $! > '" + dir / "app.pid" + "')");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(open_app_in_path(app.c_str()), 1);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
   EXPECT_EQ(vexa::test::readFile(dir / "opened"), app + "\n");
   EXPECT_EQ(open_app_in_path((dir / "missing").c_str()), 0);
   EXPECT_EQ(open_app_in_path(nullptr), 0);
+  const std::string pid = vexa::test::readFile(dir / "app.pid");
+  if (!pid.empty()) ::kill(std::stoi(pid), SIGTERM);
 }
 
 TEST(ShellFunctionsTest, LaunchdListsAreHandedToLaunchctl) {

@@ -28,11 +28,7 @@ TEST(WorkerPoolTest, GrowsUnderBlockingWorkAndShrinksToNothingWhenIdle) {
   released.add();
   ASSERT_TRUE(finished.waitFor(8));
   // Idle workers go after the idle timeout; wait on the observable count with a deadline.
-  const auto deadline = std::chrono::steady_clock::now() + 5s;
-  while (pool.threadCount() != 0 && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::yield();
-  }
-  EXPECT_EQ(pool.threadCount(), 0u);
+  EXPECT_TRUE(test::eventually([&] { return pool.threadCount() == 0; }, 5s));
 }
 
 TEST(WorkerPoolTest, NeverExceedsItsCeiling) {
