@@ -13,6 +13,7 @@
 
 #include "messaging/Frame.h"
 #include "messaging/SocketChannel.h"
+#include "util/UniqueFd.h"
 #include "vexa/messaging/XCommandHandler.h"
 #include "vexa/messaging/XConnectClient.h"
 #include "vexa/util/SystemLog.h"
@@ -91,21 +92,20 @@ bool XSocketServer::startListen() {
   const std::string configured = host();
   const std::string bindTo = configured.empty() ? "127.0.0.1" : configured;
   if (::inet_pton(AF_INET, bindTo.c_str(), &address.sin_addr) != 1) return false;
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
+  UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!fd) return false;
   const int one = 1;
-  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::listen(fd, 10) != 0) {
-    ::close(fd);
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+      ::listen(fd.get(), 10) != 0) {
     return false;
   }
   sockaddr_in bound{};
   socklen_t length = sizeof bound;
-  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) == 0) {
+  if (::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&bound), &length) == 0) {
     port_ = ntohs(bound.sin_port);
   }
-  socketFD_ = fd;
+  socketFD_ = fd.release();  // closed by stopListen()
   isAccept_ = true;
   return true;
 }

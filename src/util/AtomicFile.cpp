@@ -7,6 +7,8 @@
 #include <atomic>
 #include <cerrno>
 
+#include "util/UniqueFd.h"
+
 namespace vexa {
 
 namespace {
@@ -20,17 +22,17 @@ std::error_code AtomicFile::write(const std::string& path, std::string_view cont
   static std::atomic<unsigned> counter{0};
   const std::string temp =
       path + ".tmp." + std::to_string(getpid()) + "." + std::to_string(counter.fetch_add(1));
-  const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                        static_cast<mode_t>(mode));
-  if (fd < 0) return lastError();
+  UniqueFd fd(::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                     static_cast<mode_t>(mode)));
+  if (!fd) return lastError();
   const char* p = contents.data();
   size_t left = contents.size();
   while (left > 0) {
-    const ssize_t n = ::write(fd, p, left);
+    const ssize_t n = ::write(fd.get(), p, left);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
       const std::error_code ec = n < 0 ? lastError() : std::make_error_code(std::errc::io_error);
-      ::close(fd);
+      fd.reset();
       ::unlink(temp.c_str());
       return ec;
     }
@@ -38,8 +40,9 @@ std::error_code AtomicFile::write(const std::string& path, std::string_view cont
     left -= static_cast<size_t>(n);
   }
   // The umask narrowed the mode at creation; the caller asked for this one.
-  ::fchmod(fd, static_cast<mode_t>(mode));
-  if (::close(fd) != 0 || ::rename(temp.c_str(), path.c_str()) != 0) {
+  ::fchmod(fd.get(), static_cast<mode_t>(mode));
+  // close() reports a write error some file systems keep until then.
+  if (::close(fd.release()) != 0 || ::rename(temp.c_str(), path.c_str()) != 0) {
     const std::error_code ec = lastError();
     ::unlink(temp.c_str());
     return ec;
@@ -57,30 +60,23 @@ bool AtomicFile::createFolders(const std::string& path, unsigned mode) {
 }
 
 std::optional<std::string> AtomicFile::read(const std::string& path, std::size_t limit) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) return std::nullopt;
   struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || static_cast<size_t>(st.st_size) > limit) {
-    ::close(fd);
+  if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||
+      static_cast<size_t>(st.st_size) > limit) {
     return std::nullopt;
   }
   std::string data;
   char buffer[65536];
   for (;;) {
-    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    const ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      ::close(fd);
-      return std::nullopt;
-    }
+    if (n < 0) return std::nullopt;
     if (n == 0) break;
     data.append(buffer, static_cast<size_t>(n));
-    if (data.size() > limit) {
-      ::close(fd);
-      return std::nullopt;
-    }
+    if (data.size() > limit) return std::nullopt;
   }
-  ::close(fd);
   return data;
 }
 

@@ -14,6 +14,7 @@
 
 #include "util/ProcessRunner.h"
 #include "util/ProgramPath.h"
+#include "util/UniqueFd.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/Utilities.h"
 
@@ -243,38 +244,22 @@ char* exec_cmd_ex(const char* command, const char* mode) {
 int popen2(const char* command, int* in, int* out) {
   int toChild[2], fromChild[2];
   if (pipe2(toChild, O_CLOEXEC) != 0) return -1;
-  if (pipe2(fromChild, O_CLOEXEC) != 0) {
-    close(toChild[0]);
-    close(toChild[1]);
-    return -1;
-  }
+  vexa::UniqueFd childIn(toChild[0]), parentOut(toChild[1]);
+  if (pipe2(fromChild, O_CLOEXEC) != 0) return -1;
+  vexa::UniqueFd parentIn(fromChild[0]), childOut(fromChild[1]);
   const pid_t child = fork();
   if (child == 0) {
-    dup2(toChild[0], STDIN_FILENO);
-    dup2(fromChild[1], STDOUT_FILENO);
+    dup2(childIn.get(), STDIN_FILENO);
+    dup2(childOut.get(), STDOUT_FILENO);
     execl("/bin/sh", "sh", "-c", command ? command : "", static_cast<char*>(nullptr));
     std::perror("execl");
     _exit(1);
   }
-  // The child's ends belong to the child alone; keeping them would leak two descriptors per
-  // call and keep the output pipe from ever reaching end-of-file.
-  close(toChild[0]);
-  close(fromChild[1]);
-  if (child < 0) {
-    close(toChild[1]);
-    close(fromChild[0]);
-    return child;
-  }
-  if (in) {
-    *in = toChild[1];
-  } else {
-    close(toChild[1]);
-  }
-  if (out) {
-    *out = fromChild[0];
-  } else {
-    close(fromChild[0]);
-  }
+  // The child's ends belong to the child alone (they go with the scope); keeping them would
+  // leak two descriptors per call and keep the output pipe from ever reaching end-of-file.
+  if (child < 0) return child;
+  if (in) *in = parentOut.release();
+  if (out) *out = parentIn.release();
   return child;
 }
 

@@ -1,12 +1,13 @@
 #include "util/XdgDirs.h"
 
-#include "util/AtomicFile.h"
-
 #include <pwd.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <sstream>
+
+#include "util/AtomicFile.h"
+#include "util/PathName.h"
 
 namespace vexa {
 
@@ -85,8 +86,7 @@ std::map<std::string, std::string> XdgDirs::parseUserDirs(std::string_view text,
     } else {
       continue;
     }
-    while (path.size() > 1 && path.back() == '/') path.pop_back();
-    dirs[std::string(key)] = path;
+    dirs[std::string(key)] = PathName::withoutTrailingSlashes(std::move(path));
   }
   return dirs;
 }
