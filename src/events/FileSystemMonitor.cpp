@@ -1,10 +1,9 @@
 #include "vexa/events/FileSystemMonitor.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "events/EventStream.h"
+#include "util/PathName.h"
 #include "vexa/util/Preferences.h"
 #include "vexa/util/RunLoop.h"
 
@@ -14,11 +13,6 @@ namespace {
 
 constexpr double kLatency = 1.0;
 constexpr const char* kSyncEventIdKey = "SyncEventID";
-
-bool itemExists(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
-}
 
 }  // namespace
 
@@ -33,8 +27,8 @@ FileSystemMonitor::FileSystemMonitor(std::unique_ptr<EventStreamFactory> factory
     : factory_(std::move(factory)), preferences_(preferences) {}
 
 FileSystemMonitor::~FileSystemMonitor() {
-  std::lock_guard lock(mutex_);
-  stopLocked();
+  std::lock_guard restarting(restartMutex_);
+  stop();
 }
 
 std::vector<std::string> FileSystemMonitor::paths() const {
@@ -53,50 +47,63 @@ std::shared_ptr<FileSystemMonitorDelegate> FileSystemMonitor::delegate() const {
 }
 
 bool FileSystemMonitor::addMonitorPath(const std::string& path) {
-  if (!itemExists(path)) return false;
-  std::lock_guard lock(mutex_);
-  if (!hasPaths_) {
-    hasPaths_ = true;
-    paths_ = {path};
-    startLocked(paths_);
-    return true;
+  if (!PathName::entryExists(path)) return false;
+  std::lock_guard restarting(restartMutex_);
+  std::vector<std::string> paths;
+  {
+    std::lock_guard lock(mutex_);
+    if (!hasPaths_) {
+      hasPaths_ = true;
+      paths_ = {path};
+    } else if (std::find(paths_.begin(), paths_.end(), path) != paths_.end()) {
+      return true;
+    } else {
+      paths_.push_back(path);
+    }
+    paths = paths_;
   }
-  if (std::find(paths_.begin(), paths_.end(), path) != paths_.end()) return true;
-  paths_.push_back(path);
-  startLocked(paths_);
+  restart(paths);
   return true;
 }
 
 void FileSystemMonitor::removeMonitorPath(const std::string& path) {
-  std::lock_guard lock(mutex_);
-  if (!hasPaths_) {
-    stopLocked();
-    return;
+  std::lock_guard restarting(restartMutex_);
+  std::vector<std::string> paths;
+  {
+    std::lock_guard lock(mutex_);
+    if (hasPaths_) {
+      auto it = std::find(paths_.begin(), paths_.end(), path);
+      if (it == paths_.end()) return;
+      paths_.erase(it);
+      paths = paths_;
+    }
   }
-  auto it = std::find(paths_.begin(), paths_.end(), path);
-  if (it == paths_.end()) return;
-  paths_.erase(it);
-  if (paths_.empty()) {
-    stopLocked();
+  if (paths.empty()) {
+    stop();
   } else {
-    startLocked(paths_);
+    restart(paths);
   }
 }
 
 void FileSystemMonitor::startMonitor(const std::vector<std::string>& paths) {
-  std::lock_guard lock(mutex_);
-  startLocked(paths);
+  std::lock_guard restarting(restartMutex_);
+  restart(paths);
 }
 
 void FileSystemMonitor::stopMonitor() {
-  std::lock_guard lock(mutex_);
-  stopLocked();
+  std::lock_guard restarting(restartMutex_);
+  stop();
 }
 
 bool FileSystemMonitor::wakeupMonitor() {
-  std::lock_guard lock(mutex_);
-  if (!hasPaths_ || paths_.empty()) return false;
-  startLocked(paths_);
+  std::lock_guard restarting(restartMutex_);
+  std::vector<std::string> paths;
+  {
+    std::lock_guard lock(mutex_);
+    if (!hasPaths_ || paths_.empty()) return false;
+    paths = paths_;
+  }
+  restart(paths);
   return true;
 }
 
@@ -105,32 +112,45 @@ bool FileSystemMonitor::isRunning() const {
   return stream_ != nullptr;
 }
 
-void FileSystemMonitor::startLocked(const std::vector<std::string>& paths) {
-  stopLocked();
+void FileSystemMonitor::restart(const std::vector<std::string>& paths) {
+  stop();
   const int64_t since = syncEventID();
-  stream_ = factory_->create(paths, static_cast<uint64_t>(since), kLatency, RunLoop::main(),
-                             [this](const std::vector<FsEvent>& batch) {
-                               std::vector<std::string> eventPaths;
-                               std::vector<uint32_t> flags;
-                               std::vector<uint64_t> ids;
-                               eventPaths.reserve(batch.size());
-                               flags.reserve(batch.size());
-                               ids.reserve(batch.size());
-                               for (const FsEvent& e : batch) {
-                                 eventPaths.push_back(e.path);
-                                 flags.push_back(e.flags);
-                                 ids.push_back(e.id);
-                               }
-                               processBatch(eventPaths, flags, ids);
-                             });
-  if (stream_) stream_->start();
+  std::unique_ptr<EventStream> stream =
+      factory_->create(paths, static_cast<uint64_t>(since), kLatency, RunLoop::main(),
+                       [this](const std::vector<FsEvent>& batch) {
+                         std::vector<std::string> eventPaths;
+                         std::vector<uint32_t> flags;
+                         std::vector<uint64_t> ids;
+                         eventPaths.reserve(batch.size());
+                         flags.reserve(batch.size());
+                         ids.reserve(batch.size());
+                         for (const FsEvent& e : batch) {
+                           eventPaths.push_back(e.path);
+                           flags.push_back(e.flags);
+                           ids.push_back(e.id);
+                         }
+                         processBatch(eventPaths, flags, ids);
+                       });
+  if (!stream) return;
+  EventStream* starting = stream.get();
+  {
+    std::lock_guard lock(mutex_);
+    stream_ = std::move(stream);
+  }
+  // Slow (the new trees are crawled), so outside mutex_: batches and the other accessors go on
+  // meanwhile. Only stop() could end the stream, and it waits for restartMutex_.
+  starting->start();
 }
 
-void FileSystemMonitor::stopLocked() {
-  if (!stream_) return;
-  stream_->stop();
-  stream_->invalidate();
-  stream_.reset();
+void FileSystemMonitor::stop() {
+  std::unique_ptr<EventStream> stream;
+  {
+    std::lock_guard lock(mutex_);
+    stream = std::move(stream_);
+  }
+  if (!stream) return;
+  stream->stop();
+  stream->invalidate();
 }
 
 void FileSystemMonitor::updateEventID() {
@@ -167,7 +187,7 @@ void FileSystemMonitor::processBatch(const std::vector<std::string>& paths,
       if (f & fsevent::kItemRenamed) {
         if (previousPath && ids[i] == previousId + 1) {
           if (target) target->fileMoveOrRename(*previousPath, path);
-        } else if (itemExists(path)) {
+        } else if (PathName::entryExists(path)) {
           if (target) target->fileMoveIn(path);
         } else {
           if (target) target->fileMoveOut(path);

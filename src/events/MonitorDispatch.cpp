@@ -37,13 +37,15 @@ MonitorDispatch::MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queu
 
 void MonitorDispatch::addMonitorPath(const std::string& path,
                                      const std::shared_ptr<FileSystemMonitorDelegate>& delegate) {
-  std::lock_guard lock(mutex_);
+  std::lock_guard changing(changeMutex_);
   if (!fsMonitor_) fsMonitor_ = &FileSystemMonitor::shared();
   if (!attached_) {
     fsMonitor_->setDelegate(weak_from_this());
     attached_ = true;
   }
+  // May restart the stream over the new set of paths, a crawl: the table stays open meanwhile.
   if (!fsMonitor_->addMonitorPath(path)) return;
+  std::lock_guard lock(mutex_);
   auto entry = std::find_if(monitorDict_.begin(), monitorDict_.end(),
                             [&](const Registration& r) { return r.first == path; });
   if (entry == monitorDict_.end()) {
@@ -58,16 +60,19 @@ void MonitorDispatch::addMonitorPath(const std::string& path,
 
 void MonitorDispatch::removeMonitorPath(
     const std::string& path, const std::shared_ptr<FileSystemMonitorDelegate>& delegate) {
-  std::lock_guard lock(mutex_);
+  std::lock_guard changing(changeMutex_);
   if (!fsMonitor_) return;
-  auto entry = std::find_if(monitorDict_.begin(), monitorDict_.end(),
-                            [&](const Registration& r) { return r.first == path; });
-  if (entry == monitorDict_.end()) return;
-  auto& delegates = entry->second;
-  delegates.erase(std::remove(delegates.begin(), delegates.end(), delegate), delegates.end());
-  if (!delegates.empty()) return;
+  {
+    std::lock_guard lock(mutex_);
+    auto entry = std::find_if(monitorDict_.begin(), monitorDict_.end(),
+                              [&](const Registration& r) { return r.first == path; });
+    if (entry == monitorDict_.end()) return;
+    auto& delegates = entry->second;
+    delegates.erase(std::remove(delegates.begin(), delegates.end(), delegate), delegates.end());
+    if (!delegates.empty()) return;
+    monitorDict_.erase(entry);
+  }
   fsMonitor_->removeMonitorPath(path);
-  monitorDict_.erase(entry);
 }
 
 std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() const {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "support/FakeEventStream.h"
 #include "support/RecordingDelegate.h"
@@ -139,6 +140,32 @@ TEST_F(MonitorDispatchTest, EachTaskKeepsItsDelegateAlive) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
   while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
   EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(MonitorDispatchTest, EventsAreDispatchedWhileARegistrationRestartsTheStream) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto b = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  const std::string first = dir.mkdir("first"), second = dir.mkdir("second");
+  log->startGate.close();
+  // The restart's crawl can take minutes.
+  std::thread adding([&] { dispatch->addMonitorPath(first, b); });
+  ASSERT_TRUE(log->startGate.waitUntilHolding());
+  std::thread addingToo([&] { dispatch->addMonitorPath(second, b); });
+  // A batch for a registered path goes through the monitor and the dispatcher meanwhile.
+  std::thread delivering([&] { monitor.processBatch({home + "/f"}, {0x100}, {1}); });
+  const bool delivered = a->waitForCount(1, std::chrono::seconds(5));
+  log->startGate.open();
+  adding.join();
+  addingToo.join();
+  delivering.join();
+  EXPECT_TRUE(delivered);
+  EXPECT_EQ(a->calls(), Strings{"created " + home + "/f"});
+  // The two additions did not undo each other.
+  EXPECT_EQ(log->created.back().paths, (Strings{home, first, second}));
+  EXPECT_EQ(monitor.paths(), (Strings{home, first, second}));
+  ASSERT_EQ(dispatch->registrations().size(), 3u);
+  EXPECT_EQ(dispatch->registrations()[2].first, second);
 }
 
 }  // namespace

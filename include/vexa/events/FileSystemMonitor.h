@@ -21,7 +21,9 @@ class Preferences;
 // the delegate's six call-backs, synchronously on the main thread. The last identifier handled is
 // kept in the preferences as "SyncEventID" after every batch, so that identifiers keep growing
 // across restarts. Path changes and start/stop are meant for the main thread; they are also
-// safe from others.
+// safe from others. A path change returns once the stream watches the new set (a crawl of the
+// new trees); changes wait for one another, but batches and the other accessors do not wait for
+// them.
 class VEXA_EXPORT FileSystemMonitor {
  public:
   static FileSystemMonitor& shared();
@@ -56,13 +58,18 @@ class VEXA_EXPORT FileSystemMonitor {
                     const std::vector<uint64_t>& ids);
 
  private:
-  void startLocked(const std::vector<std::string>& paths);
-  void stopLocked();
+  // Both with restartMutex_ held.
+  void restart(const std::vector<std::string>& paths);
+  void stop();
   std::shared_ptr<FileSystemMonitorDelegate> delegate() const;
 
   std::unique_ptr<EventStreamFactory> factory_;
   Preferences& preferences_;
-  mutable std::recursive_mutex mutex_;
+  // Serializes stream restarts and stops (and so the factory); taken before mutex_, held through
+  // a stream's start.
+  std::mutex restartMutex_;
+  // Guards the fields below; never held while a stream starts.
+  mutable std::mutex mutex_;
   std::vector<std::string> paths_;
   bool hasPaths_ = false;
   std::weak_ptr<FileSystemMonitorDelegate> delegate_;

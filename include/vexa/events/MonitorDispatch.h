@@ -23,7 +23,8 @@ class FileSystemMonitor;
 // within one watched tree reaches each of its delegates twice, once for the source and once for
 // the target: registrants must tolerate repeats. Moves into or out of the Trash are reported as
 // a move-in of the new location. Registered delegates are retained. Safe from any thread; the
-// events arrive on the main thread.
+// events arrive on the main thread. Registration changes wait for one another (each may restart
+// the stream, a crawl of the new trees); events are dispatched meanwhile.
 class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
                                     public std::enable_shared_from_this<MonitorDispatch> {
  public:
@@ -55,10 +56,14 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
   void fanOut(const std::string& path, Call call);
 
-  FileSystemMonitor* fsMonitor_;  // fetched on first registration when not given
-  bool attached_ = false;
+  // Serializes registration changes and the stream restarts they cause, so that the stream's
+  // paths end as the table's keys. Taken before mutex_; dispatch never takes it.
+  std::mutex changeMutex_;
+  FileSystemMonitor* fsMonitor_;  // guarded by changeMutex_; fetched on first registration
+  bool attached_ = false;         // guarded by changeMutex_
   DispatchQueue& queue_;
-  mutable std::recursive_mutex mutex_;
+  // Guards the table; held only briefly, never across a call into the monitor.
+  mutable std::mutex mutex_;
   std::vector<Registration> monitorDict_;
 };
 
