@@ -7,11 +7,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <vector>
 
-#include "util/ProcessRunner.h"
 #include "privileged/ToolPolicy.h"
-#include "vexa/privileged/BrindleUtility.h"
+#include "util/HiddenList.h"
+#include "util/ProcessRunner.h"
+#include "util/UniqueFd.h"
+#include "vexa/privileged/HelperProtocol.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/SystemLog.h"
 
@@ -21,32 +24,16 @@ using nlohmann::json;
 
 namespace {
 
-// An open descriptor, closed on scope exit.
-class Fd {
- public:
-  explicit Fd(int fd = -1) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(Fd&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
-  Fd& operator=(Fd&& o) noexcept {
-    if (this != &o) {
-      if (fd_ >= 0) ::close(fd_);
-      fd_ = o.fd_;
-      o.fd_ = -1;
-    }
-    return *this;
-  }
-  int get() const { return fd_; }
-  bool ok() const { return fd_ >= 0; }
+using P = HelperProtocol;
 
- private:
-  int fd_;
+struct DirCloser {
+  void operator()(DIR* listing) const { ::closedir(listing); }
 };
+using DirStream = std::unique_ptr<DIR, DirCloser>;
 
 json reply(bool result, const std::optional<std::string>& object = std::nullopt) {
-  json r = {{"result", result}};
-  if (object) r["object"] = *object;
+  json r = {{P::kResultKey, result}};
+  if (object) r[P::kObjectKey] = *object;
   return r;
 }
 
@@ -59,7 +46,7 @@ bool rootControlled(int folderFd) {
 // The folder holding the path's last component, reached without following a symbolic link
 // unless root alone controls the folder the link is in.
 struct Parent {
-  Fd folder;
+  UniqueFd folder;
   std::string name;
 };
 
@@ -77,12 +64,12 @@ std::optional<Parent> openParent(const std::string& path) {
     start = end + 1;
   }
   if (parts.empty()) return std::nullopt;
-  Fd folder(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  UniqueFd folder(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
   for (size_t i = 0; i + 1 < parts.size(); ++i) {
-    Fd next(
+    UniqueFd next(
         ::openat(folder.get(), parts[i].c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!next.ok() && (errno == ELOOP || errno == ENOTDIR) && rootControlled(folder.get())) {
-      next = Fd(::openat(folder.get(), parts[i].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+      next.reset(::openat(folder.get(), parts[i].c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
     if (!next.ok()) return std::nullopt;
     folder = std::move(next);
@@ -95,27 +82,33 @@ bool existsAt(const Parent& p, struct stat* st = nullptr) {
   return ::fstatat(p.folder.get(), p.name.c_str(), st ? st : &local, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+// The names in an open folder, "." and ".." left out; nothing when it cannot be listed.
+std::optional<std::vector<std::string>> entryNames(int folder) {
+  // A descriptor of its own: the stream reads from, and closes, the one it is given.
+  UniqueFd own(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!own) return std::nullopt;
+  DirStream listing(::fdopendir(own.get()));
+  if (!listing) return std::nullopt;
+  own.release();
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(listing.get())) {
+    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+      names.emplace_back(entry->d_name);
+    }
+  }
+  return names;
+}
+
 // Removes an item and, for a folder, everything in it; links are removed, never followed.
 bool removeAt(int folder, const char* name) {
   struct stat st {};
   if (::fstatat(folder, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
   if (!S_ISDIR(st.st_mode)) return ::unlinkat(folder, name, 0) == 0;
-  const int fd = ::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return false;
-  DIR* listing = ::fdopendir(fd);
-  if (!listing) {
-    ::close(fd);
-    return false;
-  }
+  const UniqueFd inner(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const auto names = inner ? entryNames(inner.get()) : std::nullopt;
+  if (!names) return false;
   bool ok = true;
-  std::vector<std::string> names;
-  while (const dirent* entry = ::readdir(listing)) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      names.emplace_back(entry->d_name);
-    }
-  }
-  for (const auto& child : names) ok = removeAt(::dirfd(listing), child.c_str()) && ok;
-  ::closedir(listing);
+  for (const auto& child : *names) ok = removeAt(inner.get(), child.c_str()) && ok;
   return ok && ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 
@@ -134,24 +127,22 @@ bool copyAt(int fromFolder, const char* from, int toFolder, const char* to, uid_
   }
   if (S_ISDIR(st.st_mode)) {
     if (::mkdirat(toFolder, to, st.st_mode & 07777) != 0) return false;
-    Fd source(::openat(fromFolder, from, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    Fd target(::openat(toFolder, to, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!source.ok() || !target.ok()) return false;
-    DIR* listing = ::fdopendir(::dup(source.get()));
-    if (!listing) return false;
+    UniqueFd source(::openat(fromFolder, from, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd target(::openat(toFolder, to, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!source || !target) return false;
+    const auto names = entryNames(source.get());
+    if (!names) return false;
     bool ok = true;
-    while (const dirent* entry = ::readdir(listing)) {
-      if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-      ok = copyAt(source.get(), entry->d_name, target.get(), entry->d_name, uid, gid) && ok;
+    for (const auto& child : *names) {
+      ok = copyAt(source.get(), child.c_str(), target.get(), child.c_str(), uid, gid) && ok;
     }
-    ::closedir(listing);
     return ok && ::fchownat(toFolder, to, uid, gid, AT_SYMLINK_NOFOLLOW) == 0;
   }
   if (!S_ISREG(st.st_mode)) return false;
-  Fd in(::openat(fromFolder, from, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-  Fd out(::openat(toFolder, to, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                  st.st_mode & 07777));
-  if (!in.ok() || !out.ok()) return false;
+  UniqueFd in(::openat(fromFolder, from, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+  UniqueFd out(::openat(toFolder, to, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                        st.st_mode & 07777));
+  if (!in || !out) return false;
   char buffer[65536];
   for (;;) {
     const ssize_t n = ::read(in.get(), buffer, sizeof buffer);
@@ -207,7 +198,7 @@ std::optional<int64_t> integerAt(const json& request, const char* key) {
 }
 
 bool replaceOf(const json& request) {
-  auto it = request.find("replace");
+  auto it = request.find(P::kReplaceKey);
   return it != request.end() && it->is_boolean() && it->get<bool>();
 }
 
@@ -221,15 +212,19 @@ json runTool(const std::string& launch, const std::string& cmd) {
   if (decision.tool == ToolPolicy::Tool::Purge) {
     // Flush the file systems, then drop the page, dentry and inode caches.
     ::sync();
-    const int fd = ::open("/proc/sys/vm/drop_caches", O_WRONLY | O_CLOEXEC);
-    const bool done = fd >= 0 && ::write(fd, "3", 1) == 1;
-    if (fd >= 0) ::close(fd);
-    return reply(done);
+    const UniqueFd caches(::open("/proc/sys/vm/drop_caches", O_WRONLY | O_CLOEXEC));
+    return reply(caches && ::write(caches.get(), "3", 1) == 1);
   }
   std::vector<std::string> argv = {decision.program};
   argv.insert(argv.end(), decision.arguments.begin(), decision.arguments.end());
   const auto result = ProcessRunner::run(argv);
   return reply(result.status == 0, result.output);
+}
+
+// Sets the item's hidden flag in the list of the folder the safe walk reached, never by path:
+// a link planted in the path since cannot redirect the write.
+bool setHidden(const Parent& item, bool hidden) {
+  return HiddenList(item.folder.get()).setHidden(item.name, hidden);
 }
 
 json createItem(std::string path, bool replace, bool folder, bool hidden) {
@@ -240,12 +235,15 @@ json createItem(std::string path, bool replace, bool folder, bool hidden) {
   if (parent && existsAt(*parent, &st)) {
     if (S_ISDIR(st.st_mode) == folder && replace) {
       if (!folder) {
-        Fd fd(::openat(parent->folder.get(), parent->name.c_str(),
-                       O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-        if (!fd.ok()) return reply(false);
+        const UniqueFd file(::openat(parent->folder.get(), parent->name.c_str(),
+                                     O_WRONLY | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+        struct stat opened {};
+        if (!file || ::fstat(file.get(), &opened) != 0 || !S_ISREG(opened.st_mode) ||
+            ::ftruncate(file.get(), 0) != 0) {
+          return reply(false);
+        }
       }
-      const bool flagged = MonitorString::pathInvisibility(path, hidden);
-      return flagged ? reply(true, path) : reply(false);
+      return setHidden(*parent, hidden) ? reply(true, path) : reply(false);
     }
     path = MonitorString::generateSolePath(path);
     parent = openParent(path);
@@ -254,14 +252,14 @@ json createItem(std::string path, bool replace, bool folder, bool hidden) {
   bool created;
   if (folder) {
     created = makeFolders(path);
+    if (created && !parent) parent = openParent(path);
   } else {
-    if (!parent) return reply(false);
-    Fd fd(::openat(parent->folder.get(), parent->name.c_str(),
-                   O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-    created = fd.ok();
+    const UniqueFd file(::openat(parent->folder.get(), parent->name.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+    created = file.ok();
   }
   if (!created) return reply(false);
-  if (hidden && !MonitorString::pathInvisibility(path, true)) return reply(false);
+  if (hidden && !(parent && setHidden(*parent, true))) return reply(false);
   return reply(true, path);
 }
 
@@ -302,72 +300,72 @@ json transfer(const std::string& source, std::string destination, bool replace, 
 
 json HelperService::handle(const json& request) {
   if (!request.is_object()) return reply(false);
-  const auto command = integerAt(request, "command");
+  const auto command = integerAt(request, P::kCommandKey);
   if (!command) return reply(false);
-  const auto path = stringAt(request, "path");
+  const auto path = stringAt(request, P::kPathKey);
   const auto pathOk = [&] { return path && path->size() <= kMaxPathBytes && (*path)[0] == '/'; };
   switch (*command) {
-    case BrindleUtility::kCheck:
+    case P::kCheck:
       return reply(true);
-    case BrindleUtility::kMakeFile:
-    case BrindleUtility::kMakeHiddenFile:
-    case BrindleUtility::kMakeFolder:
-    case BrindleUtility::kMakeHiddenFolder: {
+    case P::kMakeFile:
+    case P::kMakeHiddenFile:
+    case P::kMakeFolder:
+    case P::kMakeHiddenFolder: {
       if (!pathOk()) return reply(false);
-      const bool folder = *command >= BrindleUtility::kMakeFolder;
-      const bool hidden = *command == BrindleUtility::kMakeHiddenFile ||
-                          *command == BrindleUtility::kMakeHiddenFolder;
+      const bool folder = *command >= P::kMakeFolder;
+      const bool hidden = *command == P::kMakeHiddenFile || *command == P::kMakeHiddenFolder;
       return createItem(*path, replaceOf(request), folder, hidden);
     }
-    case BrindleUtility::kRemove: {
+    case P::kRemove: {
       if (!pathOk()) return reply(false);
       auto parent = openParent(*path);
       return reply(parent && removeAt(parent->folder.get(), parent->name.c_str()));
     }
-    case BrindleUtility::kMove:
-    case BrindleUtility::kCopy: {
-      const auto topath = stringAt(request, "topath");
+    case P::kMove:
+    case P::kCopy: {
+      const auto topath = stringAt(request, P::kToPathKey);
       if (!pathOk() || !topath || topath->size() > kMaxPathBytes) return reply(false);
-      const bool copying = *command == BrindleUtility::kCopy;
-      const auto uid = integerAt(request, "uid");
-      const auto gid = integerAt(request, "gid");
+      const bool copying = *command == P::kCopy;
+      const auto uid = integerAt(request, P::kUidKey);
+      const auto gid = integerAt(request, P::kGidKey);
       if (copying && (!uid || !gid || *uid < 0 || *gid < 0)) return reply(false);
       return transfer(*path, *topath, replaceOf(request), copying,
                       static_cast<uid_t>(uid.value_or(0)), static_cast<gid_t>(gid.value_or(0)));
     }
-    case BrindleUtility::kHide:
-    case BrindleUtility::kUnhide: {
-      if (!pathOk() || !openParent(*path)) return reply(false);
-      return reply(MonitorString::pathInvisibility(*path, *command == BrindleUtility::kHide));
+    case P::kHide:
+    case P::kUnhide: {
+      if (!pathOk()) return reply(false);
+      auto parent = openParent(*path);
+      return reply(parent && setHidden(*parent, *command == P::kHide));
     }
-    case BrindleUtility::kChangeMode: {
-      const auto launch = stringAt(request, "launch");
-      const auto cmd = stringAt(request, "cmd");
+    case P::kChangeMode: {
+      const auto launch = stringAt(request, P::kLaunchKey);
+      const auto cmd = stringAt(request, P::kCmdKey);
       if (launch && cmd) return runTool(*launch, *cmd);  // archives travel with this code
-      const auto mode = integerAt(request, "mode");
+      const auto mode = integerAt(request, P::kModeKey);
       if (!pathOk() || !mode || *mode < 0 || *mode > 07777) return reply(false);
       auto parent = openParent(*path);
       if (!parent) return reply(false);
-      Fd item(
+      const UniqueFd item(
           ::openat(parent->folder.get(), parent->name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
       struct stat st {};
-      if (!item.ok() || ::fstat(item.get(), &st) != 0 || S_ISLNK(st.st_mode)) return reply(false);
+      if (!item || ::fstat(item.get(), &st) != 0 || S_ISLNK(st.st_mode)) return reply(false);
       // An O_PATH descriptor names the item itself; its /proc entry changes that item only.
       const std::string self = "/proc/self/fd/" + std::to_string(item.get());
       return reply(::chmod(self.c_str(), static_cast<mode_t>(*mode)) == 0);
     }
-    case BrindleUtility::kChangeOwner: {
-      const auto uid = integerAt(request, "uid");
-      const auto gid = integerAt(request, "gid");
+    case P::kChangeOwner: {
+      const auto uid = integerAt(request, P::kUidKey);
+      const auto gid = integerAt(request, P::kGidKey);
       if (!pathOk() || !uid || !gid || *uid < -1 || *gid < -1) return reply(false);
       auto parent = openParent(*path);
       return reply(parent &&
                    ::fchownat(parent->folder.get(), parent->name.c_str(), static_cast<uid_t>(*uid),
                               static_cast<gid_t>(*gid), AT_SYMLINK_NOFOLLOW) == 0);
     }
-    case BrindleUtility::kRunTool: {
-      const auto launch = stringAt(request, "launch");
-      const auto cmd = stringAt(request, "cmd");
+    case P::kRunTool: {
+      const auto launch = stringAt(request, P::kLaunchKey);
+      const auto cmd = stringAt(request, P::kCmdKey);
       if (!launch || !cmd) return reply(false);
       return runTool(*launch, *cmd);
     }

@@ -6,12 +6,15 @@
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
+#include <string_view>
+
+#include "vexa/privileged/HelperProtocol.h"
 
 namespace vexa {
 
 namespace {
 
-constexpr const char* kSeparator = "&|&";
+constexpr std::string_view kSeparator = HelperProtocol::kArgumentSeparator;
 constexpr size_t kMaxArguments = 4096;
 const char* const kSystemFolders[] = {"/usr/bin",
                                       "/bin",
@@ -102,7 +105,7 @@ std::vector<std::string> ToolPolicy::splitArguments(const std::string& cmd) {
     const size_t at = cmd.find(kSeparator, start);
     args.push_back(cmd.substr(start, at == std::string::npos ? std::string::npos : at - start));
     if (at == std::string::npos) break;
-    start = at + 3;
+    start = at + kSeparator.size();
   }
   return args;
 }

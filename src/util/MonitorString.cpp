@@ -1,5 +1,6 @@
 #include "vexa/util/MonitorString.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -7,11 +8,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <sstream>
 #include <vector>
 
 #include "util/AtomicFile.h"
+#include "util/HiddenList.h"
+#include "util/PathName.h"
+#include "util/UniqueFd.h"
 #include "util/XdgDirs.h"
 #include "vexa/util/AppIdentity.h"
 #include "vexa/util/SystemLog.h"
@@ -55,21 +57,10 @@ std::pair<std::string, std::string> splitParent(const std::string& path) {
   return {slash == 0 ? "/" : trimmed.substr(0, slash), trimmed.substr(slash + 1)};
 }
 
-std::vector<std::string> hiddenNames(const std::string& listPath) {
-  std::vector<std::string> names;
-  if (auto text = AtomicFile::read(listPath, 16 << 20)) {
-    std::stringstream in(*text);
-    std::string line;
-    while (std::getline(in, line)) {
-      if (!line.empty()) names.push_back(line);
-    }
-  }
-  return names;
-}
-
-std::mutex& hiddenListMutex() {
-  static std::mutex* m = new std::mutex;
-  return *m;
+// The folder holding the path's last component, links followed: the caller acts with its own
+// rights.
+UniqueFd openParentFolder(const std::string& path) {
+  return UniqueFd(::open(PathName::parent(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
 }  // namespace
@@ -209,31 +200,14 @@ std::string MonitorString::generateSolePath(const std::string& path) {
 }
 
 bool MonitorString::isPathHidden(const std::string& path) {
-  auto [folder, name] = splitParent(path);
-  if (name.starts_with(".")) return true;
-  auto names = hiddenNames(folder + "/.hidden");
-  return std::find(names.begin(), names.end(), name) != names.end();
+  const std::string name = PathName::lastComponent(path);
+  const UniqueFd folder = openParentFolder(path);
+  return folder ? HiddenList(folder.get()).isHidden(name) : name.starts_with(".");
 }
 
 bool MonitorString::pathInvisibility(const std::string& path, bool hidden) {
-  if (!exists(path)) return false;
-  auto [folder, name] = splitParent(path);
-  if (name.empty() || name == "/" || name.find('\n') != std::string::npos) return false;
-  if (name.starts_with(".")) return hidden;  // always hidden by its name
-  std::lock_guard lock(hiddenListMutex());
-  const std::string listPath = folder + "/.hidden";
-  std::vector<std::string> names = hiddenNames(listPath);
-  const auto found = std::find(names.begin(), names.end(), name);
-  if ((found != names.end()) == hidden) return true;
-  if (hidden) {
-    names.push_back(name);
-  } else {
-    names.erase(std::remove(names.begin(), names.end(), name), names.end());
-  }
-  if (names.empty()) return ::unlink(listPath.c_str()) == 0 || errno == ENOENT;
-  std::string text;
-  for (const auto& n : names) text += n + "\n";
-  return !AtomicFile::write(listPath, text);
+  const UniqueFd folder = openParentFolder(path);
+  return folder && HiddenList(folder.get()).setHidden(PathName::lastComponent(path), hidden);
 }
 
 std::optional<std::string> MonitorString::cstringToString(const char* bytes) {

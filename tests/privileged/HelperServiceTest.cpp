@@ -1,9 +1,13 @@
 #include "privileged/HelperService.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
+#include <thread>
 
 #include "support/TempDir.h"
 #include "vexa/util/MonitorString.h"
@@ -93,6 +97,78 @@ TEST(HelperServiceTest, PlantedLinksAreNeverFollowed) {
   EXPECT_FALSE(ok(ask({{"command", 1}, {"path", dir / "open/dirlink/planted"}})));
   EXPECT_FALSE(fs::exists(dir / "target/planted"));
   EXPECT_FALSE(ok(ask({{"command", 5}, {"path", dir / "open/dirlink/x"}})));
+}
+
+// Hiding (8) and un-hiding (9) write the parent's ".hidden" list: never through a link planted
+// in a folder anyone may write, and never with the contents of a file a link leads to.
+TEST(HelperServiceTest, HiddenListsAreNeverWrittenThroughPlantedLinks) {
+  struct Case {
+    int command;
+    const char* secret;  // the linked-to file, shaped so that the old list would be rewritten
+  };
+  for (const Case& c : {Case{8, "secret-line\n"}, Case{9, "item\nsecret-line\n"}}) {
+    SCOPED_TRACE(c.command);
+    TempDir dir;
+    const std::string victim = dir.write("victim", c.secret, fs::perms::owner_read);
+    dir.write("target/item", "");
+    dir.write("open/item", "");
+    fs::permissions(dir / "open", fs::perms::all);
+    fs::create_directory_symlink(dir / "target", dir / "open/dirlink");
+    EXPECT_FALSE(ok(ask({{"command", c.command}, {"path", dir / "open/dirlink/item"}})));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(dir / "target/.hidden")));
+
+    fs::create_symlink(victim, dir / "open/.hidden");
+    EXPECT_FALSE(ok(ask({{"command", c.command}, {"path", dir / "open/item"}})));
+    EXPECT_TRUE(fs::is_symlink(dir / "open/.hidden"));
+    EXPECT_EQ(test::readFile(victim), c.secret);
+    for (const auto& entry : fs::directory_iterator(dir / "open")) {
+      if (entry.is_regular_file() && !entry.is_symlink()) {
+        EXPECT_EQ(test::readFile(entry.path()).find("secret-line"), std::string::npos)
+            << entry.path();
+      }
+    }
+  }
+}
+
+// A folder swapped for a link to another folder while requests run: the list is written in the
+// folder the safe walk reached, or not at all, never in the folder behind the link.
+TEST(HelperServiceTest, HiddenListsFollowNoFolderSwappedForALink) {
+  TempDir dir;
+  dir.write("open/sub/item", "");
+  dir.write("target/item", "");
+  const std::string list = dir.write("target/.hidden", "other\n");
+  fs::permissions(dir / "open", fs::perms::all);
+  fs::create_directory_symlink(dir / "target", dir / "open/swap");
+  struct stat before {};
+  ASSERT_EQ(::stat(list.c_str(), &before), 0);
+
+  std::atomic<bool> stop{false};
+  std::atomic<long> swaps{0};
+  std::thread swapper([&] {
+    const std::string sub = dir / "open/sub", swap = dir / "open/swap";
+    while (!stop.load()) {
+      if (::renameat2(AT_FDCWD, sub.c_str(), AT_FDCWD, swap.c_str(), RENAME_EXCHANGE) == 0) {
+        swaps.fetch_add(1);
+      }
+    }
+  });
+  bool leaked = false;
+  for (int round = 0; round < 2000 && !leaked; ++round) {
+    for (int command : {8, 9}) {
+      ask({{"command", command}, {"path", dir / "open/sub/item"}});
+      struct stat now {};
+      leaked = leaked || ::stat(list.c_str(), &now) != 0 || now.st_ino != before.st_ino;
+    }
+  }
+  stop = true;
+  swapper.join();
+  EXPECT_GT(swaps.load(), 0);
+  EXPECT_FALSE(leaked);
+  EXPECT_EQ(test::readFile(list), "other\n");
+  for (const auto& entry : fs::directory_iterator(dir / "target")) {
+    const std::string name = entry.path().filename();
+    EXPECT_TRUE(name == "item" || name == ".hidden") << name;
+  }
 }
 
 TEST(HelperServiceTest, MalformedRequestsAreRefused) {

@@ -1,7 +1,9 @@
 #include "vexa/util/MonitorString.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -163,6 +165,43 @@ TEST(MonitorStringTest, HiddenFlagLivesInTheParentsHiddenList) {
         dir / "locked", std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
     EXPECT_FALSE(MonitorString::pathInvisibility(dir / "locked/item", true));
   }
+}
+
+// The list is read leniently, replaced whole, and never read or written through a link.
+TEST(MonitorStringTest, HiddenListsAreReplacedWholeAndNeverFollowed) {
+  TempDir dir;
+  dir.write("item", "");
+  dir.mkdir("folder");
+  dir.write(".hidden", "a\n\nb");  // a blank line, no final newline
+  EXPECT_TRUE(MonitorString::pathInvisibility(dir / "item", true));
+  EXPECT_EQ(test::readFile(dir / ".hidden"), "a\nb\nitem\n");
+  EXPECT_TRUE(MonitorString::pathInvisibility(dir / "folder/", true));  // its own name
+  EXPECT_TRUE(MonitorString::isPathHidden(dir / "folder/"));
+  EXPECT_EQ(test::readFile(dir / ".hidden"), "a\nb\nitem\nfolder\n");
+  struct stat st {};
+  ASSERT_EQ(::stat((dir / ".hidden").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0644u);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    names.push_back(entry.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{".hidden", "folder", "item"}));  // no temporaries
+
+  // A list that is a link: not read (isPathHidden), not replaced, nothing copied out of it.
+  TempDir other;
+  dir.write("linked/thing", "");
+  const std::string outside = other.write("list", "thing\nprivate\n");
+  std::filesystem::create_symlink(outside, dir / "linked/.hidden");
+  EXPECT_FALSE(MonitorString::isPathHidden(dir / "linked/thing"));
+  for (bool hidden : {true, false}) {
+    EXPECT_FALSE(MonitorString::pathInvisibility(dir / "linked/thing", hidden));
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "linked/.hidden"));
+    EXPECT_EQ(test::readFile(outside), "thing\nprivate\n");
+  }
+  EXPECT_TRUE(MonitorString::isPathHidden(dir / "linked/.hidden"));  // a dot-name
+  EXPECT_FALSE(MonitorString::pathInvisibility("/", true));
+  EXPECT_FALSE(MonitorString::pathInvisibility("", true));
 }
 
 TEST(MonitorStringTest, CStringsMustBeUtf8) {
