@@ -4,13 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <mutex>
 
 #include "privileged/HelperTransport.h"
 #include "privileged/PlatformFiles.h"
+#include "util/PathName.h"
 #include "util/ProcessRunner.h"
+#include "util/UniqueFd.h"
 #include "vexa/util/Image.h"
 #include "vexa/util/MonitorString.h"
 #include "vexa/util/SystemLog.h"
@@ -23,6 +24,7 @@ namespace vexa {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using P = HelperProtocol;
 
 namespace {
 
@@ -42,20 +44,10 @@ std::shared_ptr<HelperTransport> transport() {
   return transportSlot();
 }
 
-bool exists(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
-}
-
-bool isFolder(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 std::string joined(const std::vector<std::string>& parts) {
   std::string out;
   for (size_t i = 0; i < parts.size(); ++i) {
-    if (i) out += BrindleUtility::kArgumentSeparator;
+    if (i) out += P::kArgumentSeparator;
     out += parts[i];
   }
   return out;
@@ -106,9 +98,10 @@ bool copyLocally(const std::string& source, const std::string& destination) {
 // move and copy share their rules: a free name or a replaced destination, then the helper.
 std::optional<std::string> transfer(const std::string& source, std::string destination,
                                     bool replace, bool copying) {
-  if (!exists(source)) return std::nullopt;
+  // A link is moved or copied as a link, and a link in the way is replaced or avoided.
+  if (!PathName::entryExists(source)) return std::nullopt;
   bool local = true;
-  if (exists(destination)) {
+  if (PathName::entryExists(destination)) {
     if (replace) {
       std::error_code ec;
       fs::remove_all(destination, ec);
@@ -120,13 +113,13 @@ std::optional<std::string> transfer(const std::string& source, std::string desti
   if (local && (copying ? copyLocally(source, destination) : moveLocally(source, destination))) {
     return destination;
   }
-  json request = {{"command", copying ? BrindleUtility::kCopy : BrindleUtility::kMove},
-                  {"path", source},
-                  {"topath", destination},
-                  {"replace", replace}};
+  json request = {{P::kCommandKey, copying ? P::kCopy : P::kMove},
+                  {P::kPathKey, source},
+                  {P::kToPathKey, destination},
+                  {P::kReplaceKey, replace}};
   if (copying) {
-    request["uid"] = static_cast<int64_t>(getuid());
-    request["gid"] = static_cast<int64_t>(getgid());
+    request[P::kUidKey] = static_cast<int64_t>(getuid());
+    request[P::kGidKey] = static_cast<int64_t>(getgid());
   }
   return helperPath(request);
 }
@@ -137,8 +130,9 @@ std::optional<std::string> make(std::string path, bool replace, bool folder, boo
   const auto setFlag = [&](const std::string& p) {
     return hidden ? BrindleUtility::hide(p) : BrindleUtility::unHide(p);
   };
-  if (exists(path)) {
-    if (isFolder(path) == folder && replace) {
+  // An item already there is looked at itself: a link is never taken for what it leads to.
+  if (PathName::entryExists(path)) {
+    if (PathName::isFolderEntry(path) == folder && replace) {
       if (!folder) {
         std::error_code ec;
         fs::resize_file(path, 0, ec);
@@ -152,17 +146,14 @@ std::optional<std::string> make(std::string path, bool replace, bool folder, boo
   if (folder) {
     std::error_code ec;
     fs::create_directories(path, ec);
-    created = !ec && isFolder(path);
+    created = !ec && PathName::isFolder(path);
   } else {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    created = fd >= 0;
-    if (fd >= 0) ::close(fd);
+    created = UniqueFd(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)).ok();
   }
   if (!created) {
-    const int64_t code =
-        folder ? (hidden ? BrindleUtility::kMakeHiddenFolder : BrindleUtility::kMakeFolder)
-               : (hidden ? BrindleUtility::kMakeHiddenFile : BrindleUtility::kMakeFile);
-    return helperPath({{"command", code}, {"path", path}, {"replace", replace}});
+    const int64_t code = folder ? (hidden ? P::kMakeHiddenFolder : P::kMakeFolder)
+                                : (hidden ? P::kMakeHiddenFile : P::kMakeFile);
+    return helperPath({{P::kCommandKey, code}, {P::kPathKey, path}, {P::kReplaceKey, replace}});
   }
   if (hidden && !BrindleUtility::hide(path)) return std::nullopt;
   return path;
@@ -170,11 +161,10 @@ std::optional<std::string> make(std::string path, bool replace, bool folder, boo
 
 // Makes `folder` ready to receive an archive's contents.
 std::string prepareFolder(const std::string& archive, std::string folder) {
-  if (folder.empty()) folder = fs::path(archive).parent_path().string();
-  if (!exists(folder)) {
-    BrindleUtility::mkdir(folder, true);
-  } else if (!isFolder(folder)) {
-    BrindleUtility::remove(folder);
+  if (folder.empty()) folder = PathName::parent(archive);
+  // A link to a folder is unpacked into, and kept; anything else in the way is replaced.
+  if (!PathName::isFolder(folder)) {
+    if (PathName::entryExists(folder)) BrindleUtility::remove(folder);
     BrindleUtility::mkdir(folder, true);
   }
   return folder;
@@ -193,7 +183,7 @@ bool BrindleUtility::blessHelperWithLabel(const std::string& label, std::string*
     return false;
   };
   if (label != kHelperLabel) return fail("unknown helper label " + label);
-  if (std::getenv("VEXA_HELPER_BUS_ADDRESS")) {
+  if (const auto current = transport(); current && current->isPrivateBus()) {
     return fail("the helper runs on a private bus; nothing to install");
   }
   if (::access(VEXA_HELPER_INSTALLER, X_OK) != 0) {
@@ -219,8 +209,13 @@ bool BrindleUtility::helperInstaller() {
 }
 
 void BrindleUtility::sendMessage(const json& request, const ReplyBlock& reply) {
-  auto outcome = transport() ? transport()->send(request) : HelperTransport::Outcome{};
-  if (!transport()) outcome.failure = HelperTransport::Failure::NoConnection;
+  const auto current = transport();
+  HelperTransport::Outcome outcome;
+  if (current) {
+    outcome = current->send(request);
+  } else {
+    outcome.failure = HelperTransport::Failure::NoConnection;
+  }
   switch (outcome.failure) {
     case HelperTransport::Failure::None:
       break;
@@ -240,28 +235,26 @@ void BrindleUtility::sendMessage(const json& request, const ReplyBlock& reply) {
   }
   if (!outcome.reply || !reply) return;
   const json& answer = *outcome.reply;
-  const bool result =
-      answer.contains("result") && answer["result"].is_boolean() && answer["result"].get<bool>();
-  std::optional<std::string> object;
-  if (answer.contains("object") && answer["object"].is_string()) {
-    object = answer["object"].get<std::string>();
-  }
-  reply(result, object);
+  const auto result = answer.find(P::kResultKey);
+  const auto object = answer.find(P::kObjectKey);
+  reply(result != answer.end() && result->is_boolean() && result->get<bool>(),
+        object != answer.end() && object->is_string() ? std::optional(object->get<std::string>())
+                                                      : std::nullopt);
 }
 
 bool BrindleUtility::checkHelperConnect() {
   bool answered = false;
-  sendMessage({{"command", kCheck}},
+  sendMessage({{P::kCommandKey, kCheck}},
               [&](bool result, const std::optional<std::string>&) { answered = result; });
   return answered;
 }
 
 bool BrindleUtility::remove(const std::string& path) {
-  if (!exists(path)) return true;
+  if (!PathName::entryExists(path)) return true;
   std::error_code ec;
   fs::remove_all(path, ec);
   if (!ec) return true;
-  return helperResult({{"command", kRemove}, {"path", path}});
+  return helperResult({{P::kCommandKey, kRemove}, {P::kPathKey, path}});
 }
 
 std::optional<std::string> BrindleUtility::move(const std::string& source,
@@ -275,14 +268,14 @@ std::optional<std::string> BrindleUtility::copy(const std::string& source,
 }
 
 bool BrindleUtility::moveToTrash(const std::string& path) {
-  if (!exists(path)) return false;
+  if (!PathName::entryExists(path)) return false;
   if (platformMoveToTrash(path)) return true;
   auto trash = MonitorString::userTrashPath();
   if (!trash) return false;
-  return helperResult({{"command", kMove},
-                       {"path", path},
-                       {"topath", *trash + "/" + fs::path(path).filename().string()},
-                       {"replace", false}});
+  return helperResult({{P::kCommandKey, kMove},
+                       {P::kPathKey, path},
+                       {P::kToPathKey, *trash + "/" + PathName::lastComponent(path)},
+                       {P::kReplaceKey, false}});
 }
 
 std::optional<std::string> BrindleUtility::mkdir(const std::string& path, bool replace) {
@@ -302,27 +295,28 @@ std::optional<std::string> BrindleUtility::mkHideFile(const std::string& path, b
 }
 
 bool BrindleUtility::hide(const std::string& path) {
-  if (!exists(path)) return false;
+  if (!PathName::entryExists(path)) return false;
   if (MonitorString::pathInvisibility(path, true)) return true;
-  return helperResult({{"command", kHide}, {"path", path}});
+  return helperResult({{P::kCommandKey, kHide}, {P::kPathKey, path}});
 }
 
 bool BrindleUtility::unHide(const std::string& path) {
-  if (!exists(path)) return false;
+  if (!PathName::entryExists(path)) return false;
   if (MonitorString::pathInvisibility(path, false)) return true;
-  return helperResult({{"command", kUnhide}, {"path", path}});
+  return helperResult({{P::kCommandKey, kUnhide}, {P::kPathKey, path}});
 }
 
 bool BrindleUtility::chown(const std::string& path, int64_t uid, int64_t gid) {
-  if (!exists(path)) return false;
+  if (!PathName::entryExists(path)) return false;  // the link itself changes owner
   if (::lchown(path.c_str(), static_cast<uid_t>(uid), static_cast<gid_t>(gid)) == 0) return true;
-  return helperResult({{"command", kChangeOwner}, {"path", path}, {"uid", uid}, {"gid", gid}});
+  return helperResult(
+      {{P::kCommandKey, kChangeOwner}, {P::kPathKey, path}, {P::kUidKey, uid}, {P::kGidKey, gid}});
 }
 
 bool BrindleUtility::chmod(const std::string& path, int64_t mode) {
-  if (!exists(path)) return false;
+  if (!PathName::exists(path)) return false;  // a link has no mode of its own
   if (::chmod(path.c_str(), static_cast<mode_t>(mode)) == 0) return true;
-  return helperResult({{"command", kChangeMode}, {"path", path}, {"mode", mode}});
+  return helperResult({{P::kCommandKey, kChangeMode}, {P::kPathKey, path}, {P::kModeKey, mode}});
 }
 
 std::string BrindleUtility::modeString(const std::string& user, const std::string& group,
@@ -337,13 +331,14 @@ bool BrindleUtility::chmode(const std::string& path, const std::string& user,
                             const std::string& group, const std::string& other) {
   const std::string mode = modeString(user, group, other);
   if (ProcessRunner::run({"/bin/chmod", "-R", mode, path}).status == 0) return true;
-  return helperResult(
-      {{"command", kRunTool}, {"launch", "/bin/chmod"}, {"cmd", joined({"-R", mode, path})}});
+  return helperResult({{P::kCommandKey, kRunTool},
+                       {P::kLaunchKey, "/bin/chmod"},
+                       {P::kCmdKey, joined({"-R", mode, path})}});
 }
 
 bool BrindleUtility::unpark(const std::string& archive, const std::string& type,
                             const std::string& folder) {
-  if (archive.empty() || !exists(archive)) return false;
+  if (!PathName::exists(archive)) return false;
   const std::string target = prepareFolder(archive, folder);
   std::vector<std::string> argv;
   if (type == "zip") {
@@ -361,14 +356,15 @@ bool BrindleUtility::unpark(const std::string& archive, const std::string& type,
   if (argv.empty()) return false;
   if (ProcessRunner::run(argv).status == 0) return true;
   // Archive requests travel with code 10, as the helper protocol has always had them.
-  return helperResult({{"command", kChangeMode},
-                       {"launch", argv.front()},
-                       {"cmd", joined(std::vector<std::string>(argv.begin() + 1, argv.end()))}});
+  return helperResult(
+      {{P::kCommandKey, kChangeMode},
+       {P::kLaunchKey, argv.front()},
+       {P::kCmdKey, joined(std::vector<std::string>(argv.begin() + 1, argv.end()))}});
 }
 
 bool BrindleUtility::unpark(const std::string& archive, const std::string& relativePath,
                             const std::string& options, const std::string& folder) {
-  if (archive.empty() || !exists(archive)) return false;
+  if (!PathName::exists(archive)) return false;
   const std::string target = prepareFolder(archive, folder);
   std::vector<std::string> argv = {"/usr/bin/tar", options, archive};
   if (!relativePath.empty()) argv.push_back(relativePath);
@@ -378,12 +374,13 @@ bool BrindleUtility::unpark(const std::string& archive, const std::string& relat
 
 bool BrindleUtility::thinBinary(const std::string& binary, const std::string& architecture,
                                 const std::string& lipo) {
-  if (!exists(binary) || !exists(lipo)) return false;
+  if (!PathName::exists(binary) || !PathName::exists(lipo)) return false;
   const std::vector<std::string> arguments = {binary, "-thin", architecture, "-output", binary};
   std::vector<std::string> argv = {lipo};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
   if (ProcessRunner::run(argv).status == 0) return true;
-  return helperResult({{"command", kRunTool}, {"launch", lipo}, {"cmd", joined(arguments)}});
+  return helperResult(
+      {{P::kCommandKey, kRunTool}, {P::kLaunchKey, lipo}, {P::kCmdKey, joined(arguments)}});
 }
 
 bool BrindleUtility::runTask(const std::string& tool,

@@ -19,9 +19,13 @@ class HelperTransport {
   };
   virtual ~HelperTransport() = default;
   virtual Outcome send(const nlohmann::json& request) = 0;
+  // Whether requests go to a helper someone started on a bus of its own (tests, development)
+  // rather than to the system's service. Such a helper is not installed: nothing to bless.
+  virtual bool isPrivateBus() const = 0;
 };
 
-// The platform's transport: D-Bus on Linux (the system bus, or VEXA_HELPER_BUS_ADDRESS).
+// The platform's transport: D-Bus on Linux, to the system bus or, when the environment names
+// one in VEXA_HELPER_BUS_ADDRESS, to that private bus (read at each request).
 std::shared_ptr<HelperTransport> makePlatformHelperTransport();
 
 }  // namespace vexa

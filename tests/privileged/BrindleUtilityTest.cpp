@@ -27,6 +27,8 @@ class ScriptedHelper : public HelperTransport {
     if (request["command"] == BrindleUtility::kCheck) return {json{{"result", reachable}}, {}};
     return {answer, {}};
   }
+  // Not the system's helper: an invalid connection never leads to installing anything.
+  bool isPrivateBus() const override { return true; }
   std::vector<json> commands() {
     std::vector<json> out;
     for (const auto& r : requests) {
@@ -119,6 +121,16 @@ TEST_F(BrindleUtilityTest, UnpackingArchives) {
   EXPECT_TRUE(BrindleUtility::unpark(dir / "a.tgz", "", "-xzf", dir / "blocked"));
   EXPECT_EQ(test::readFile(dir / "blocked/inner/file"), "payload");
   EXPECT_TRUE(BrindleUtility::unpark(dir / "a.tgz", "./no/such/member", "-xzf", dir / "x"));
+  // A link to a folder is unpacked into and kept; a dangling one is replaced by a folder.
+  const std::string real = dir.mkdir("real");
+  fs::create_directory_symlink(real, dir / "linked");
+  EXPECT_TRUE(BrindleUtility::unpark(dir / "a.tgz", "tar.gz", dir / "linked"));
+  EXPECT_TRUE(fs::is_symlink(dir / "linked"));
+  EXPECT_EQ(test::readFile(real + "/inner/file"), "payload");
+  fs::create_symlink(dir / "nowhere", dir / "dangling");
+  EXPECT_TRUE(BrindleUtility::unpark(dir / "a.tgz", "tar.gz", dir / "dangling"));
+  EXPECT_EQ(test::readFile(dir / "dangling/inner/file"), "payload");
+  EXPECT_FALSE(fs::is_symlink(dir / "dangling"));
   EXPECT_TRUE(helper->commands().empty());
 }
 
@@ -171,6 +183,16 @@ TEST_F(BrindleUtilityTest, LocalFailuresGoToTheHelperWithTheRightRequests) {
                            {"launch", "/usr/bin/tar"},
                            {"cmd", "-xvf&|&" + file + "&|&-C&|&/proc/vexa-out"}}));
 
+  // Nothing under /proc goes to a Trash: the helper is asked to move it, by its own name.
+  test::ScopedEnv data("XDG_DATA_HOME", dir / "data");
+  helper->requests.clear();
+  EXPECT_TRUE(BrindleUtility::moveToTrash("/proc/self/"));
+  ASSERT_EQ(helper->commands().size(), 1u);
+  EXPECT_EQ(helper->commands()[0], (json{{"command", 6},
+                                         {"path", "/proc/self/"},
+                                         {"topath", dir / "data/Trash/files/self"},
+                                         {"replace", false}}));
+
   helper->reachable = false;  // not reachable: the operation fails and nothing else is sent
   helper->requests.clear();
   EXPECT_FALSE(BrindleUtility::mkdir("/proc/vexa-test", false));
@@ -178,8 +200,24 @@ TEST_F(BrindleUtilityTest, LocalFailuresGoToTheHelperWithTheRightRequests) {
   EXPECT_EQ(helper->requests.size(), 1u);
 }
 
+TEST_F(BrindleUtilityTest, ALinkIsAnItemOfItsOwn) {
+  fs::create_symlink(dir / "nowhere", dir / "dangling");
+  EXPECT_EQ(BrindleUtility::move(dir / "dangling", dir / "moved", false), dir / "moved");
+  EXPECT_TRUE(fs::is_symlink(dir / "moved"));
+  EXPECT_TRUE(BrindleUtility::hide(dir / "moved"));
+  EXPECT_TRUE(MonitorString::isPathHidden(dir / "moved"));
+  EXPECT_FALSE(BrindleUtility::chmod(dir / "moved", 0600));  // nothing behind it to change
+  const std::string folder = dir.mkdir("folder");
+  fs::create_directory_symlink(folder, dir / "to-folder");
+  EXPECT_EQ(BrindleUtility::mkdir(dir / "to-folder", true), dir / "to-folder(1)");
+  EXPECT_TRUE(BrindleUtility::remove(dir / "moved"));
+  EXPECT_FALSE(fs::exists(fs::symlink_status(dir / "moved")));
+  EXPECT_TRUE(BrindleUtility::remove(dir / "to-folder"));
+  EXPECT_TRUE(fs::is_directory(folder));  // the link goes, not what it leads to
+  EXPECT_TRUE(helper->requests.empty());
+}
+
 TEST_F(BrindleUtilityTest, TransportTroubleIsLoggedWithTheKnownTexts) {
-  test::ScopedEnv privateBus("VEXA_HELPER_BUS_ADDRESS", "unix:path=/nonexistent");
   std::vector<std::string> logged;
   SystemLog::setSink([&](const std::string& m) { logged.push_back(m); });
   const std::pair<HelperTransport::Failure, const char*> cases[] = {
@@ -198,6 +236,11 @@ TEST_F(BrindleUtilityTest, TransportTroubleIsLoggedWithTheKnownTexts) {
   ASSERT_EQ(logged.size(), 2u);
   EXPECT_EQ(logged[1].rfind("Something went wrong! ", 0), 0u) << logged[1];
   SystemLog::setSink(nullptr);
+  std::string error;
+  EXPECT_FALSE(BrindleUtility::blessHelperWithLabel(BrindleUtility::kHelperLabel, &error));
+  EXPECT_NE(error.find("private bus"), std::string::npos) << error;
+  EXPECT_FALSE(BrindleUtility::blessHelperWithLabel("org.example.Other", &error));
+  EXPECT_NE(error.find("unknown helper label"), std::string::npos) << error;
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "vexa/Export.h"
+#include "vexa/privileged/HelperProtocol.h"
 
 namespace vexa {
 
@@ -21,25 +22,13 @@ class Image;
 // attempt and for the helper's reply. Safe from any thread.
 class VEXA_EXPORT BrindleUtility {
  public:
-  static constexpr const char* kHelperLabel = "com.tarnwick.PrivilegesHelper";
-  static constexpr const char* kArgumentSeparator = "&|&";
+  static constexpr const char* kHelperLabel = HelperProtocol::kBusName;
+  static constexpr const char* kArgumentSeparator = HelperProtocol::kArgumentSeparator;
 
-  // Operation codes of the helper protocol.
-  enum Command : int64_t {
-    kCheck = 0,
-    kMakeFile = 1,
-    kMakeHiddenFile = 2,
-    kMakeFolder = 3,
-    kMakeHiddenFolder = 4,
-    kRemove = 5,
-    kMove = 6,
-    kCopy = 7,
-    kHide = 8,
-    kUnhide = 9,
-    kChangeMode = 10,
-    kChangeOwner = 11,
-    kRunTool = 12
-  };
+  // The helper protocol's operation codes, kept here for hosts that name them
+  // BrindleUtility::kCheck and so on.
+  using Command = HelperProtocol::Command;
+  using enum HelperProtocol::Command;
 
   using ReplyBlock = std::function<void(bool result, const std::optional<std::string>& object)>;
 

@@ -28,9 +28,10 @@ nlohmann::json variantToDictionary(GVariant* variant) {
   if (!variant || !g_variant_is_of_type(variant, G_VARIANT_TYPE("a{sv}"))) return out;
   GVariantIter iter;
   const gchar* key = nullptr;
-  GVariant* value = nullptr;
+  GVariant* next = nullptr;
   g_variant_iter_init(&iter, variant);
-  while (g_variant_iter_next(&iter, "{&sv}", &key, &value)) {
+  while (g_variant_iter_next(&iter, "{&sv}", &key, &next)) {
+    g_autoptr(GVariant) value = next;
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN)) {
       out[key] = static_cast<bool>(g_variant_get_boolean(value));
     } else if (g_variant_is_of_type(value, G_VARIANT_TYPE_INT64)) {
@@ -46,7 +47,6 @@ nlohmann::json variantToDictionary(GVariant* variant) {
     } else if (g_variant_is_of_type(value, G_VARIANT_TYPE_STRING)) {
       out[key] = g_variant_get_string(value, nullptr);
     }
-    g_variant_unref(value);
   }
   return out;
 }
