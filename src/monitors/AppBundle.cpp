@@ -1,7 +1,5 @@
 #include "monitors/AppBundle.h"
 
-#include <cctype>
-
 #include "monitors/AppImageBundle.h"
 #include "monitors/DesktopAppBundle.h"
 #include "monitors/ExecutableArchitectures.h"
@@ -23,10 +21,8 @@ bool AppBundle::isApplication(const std::string& path) {
 }
 
 bool AppBundle::hasApplicationName(const std::string& path) {
-  if (MacAppBundle::hasBundleName(path) || DesktopAppBundle::hasEntryName(path)) return true;
-  std::string lower = path;
-  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return lower.size() > 9 && lower.compare(lower.size() - 9, 9, ".appimage") == 0;
+  return MacAppBundle::hasBundleName(path) || DesktopAppBundle::hasEntryName(path) ||
+         AppImageBundle::hasImageName(path);
 }
 
 bool AppBundle::hasBundleName(const std::string& path) { return MacAppBundle::hasBundleName(path); }

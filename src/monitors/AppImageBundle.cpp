@@ -1,17 +1,20 @@
 #include "monitors/AppImageBundle.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "monitors/DesktopAppBundle.h"
-#include "util/ProcessRunner.h"
 #include "util/AtomicFile.h"
+#include "util/PathName.h"
+#include "util/ProcessRunner.h"
 #include "util/ProgramPath.h"
+#include "util/UniqueFd.h"
 
 namespace vexa {
 
@@ -21,14 +24,13 @@ namespace {
 
 constexpr std::size_t kEntryLimit = 1u << 20;
 
-bool hasImageName(const std::string& path) {
-  const std::string suffix = ".appimage";
-  if (path.size() <= suffix.size()) return false;
-  for (size_t i = 0; i < suffix.size(); ++i) {
-    const char c = path[path.size() - suffix.size() + i];
-    if (std::tolower(static_cast<unsigned char>(c)) != suffix[i]) return false;
-  }
-  return true;
+// Reads exactly `size` bytes at `offset`. The descriptor is opened close-on-exec and without
+// blocking (a FIFO given an AppImage's name must not hang the reader): other threads spawn
+// unsquashfs meanwhile.
+bool readAt(const std::string& path, uint64_t offset, void* buffer, size_t size) {
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return false;
+  return ::pread(fd.get(), buffer, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
 uint64_t readLE(const uint8_t* p, int bytes) {
@@ -56,7 +58,7 @@ std::optional<std::string> resolveInside(const std::string& image, uint64_t offs
     const fs::path file = fs::path(root) / relative;
     std::error_code ec;
     if (!fs::is_symlink(file, ec)) {
-      if (fs::is_regular_file(file, ec)) return file.string();
+      if (PathName::isRegularFile(file)) return file.string();
       return std::nullopt;
     }
     fs::path target = fs::read_symlink(file, ec);
@@ -73,11 +75,20 @@ std::optional<std::string> resolveInside(const std::string& image, uint64_t offs
 
 }  // namespace
 
+bool AppImageBundle::hasImageName(const std::string& path) {
+  const std::string suffix = ".appimage";
+  if (path.size() <= suffix.size()) return false;
+  for (size_t i = 0; i < suffix.size(); ++i) {
+    const char c = path[path.size() - suffix.size() + i];
+    if (std::tolower(static_cast<unsigned char>(c)) != suffix[i]) return false;
+  }
+  return true;
+}
+
 bool AppImageBundle::hasMark(const std::string& path) {
   if (!hasImageName(path)) return false;
-  std::ifstream in(path, std::ios::binary);
   char head[16] = {};
-  if (!in.read(head, sizeof head)) return false;
+  if (!readAt(path, 0, head, sizeof head)) return false;
   return std::memcmp(head,
                      "\x7f"
                      "ELF",
@@ -86,9 +97,8 @@ bool AppImageBundle::hasMark(const std::string& path) {
 }
 
 uint64_t AppImageBundle::imageOffset(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
   uint8_t h[64] = {};
-  if (!in.read(reinterpret_cast<char*>(h), sizeof h)) return 0;
+  if (!readAt(path, 0, h, sizeof h)) return 0;
   if (std::memcmp(h,
                   "\x7f"
                   "ELF",
@@ -103,8 +113,7 @@ uint64_t AppImageBundle::imageOffset(const std::string& path) {
     end = readLE(h + 0x20, 4) + readLE(h + 0x2E, 2) * readLE(h + 0x30, 2);
   }
   char magic[4] = {};
-  in.seekg(static_cast<std::streamoff>(end));
-  if (end == 0 || !in.read(magic, 4) || std::memcmp(magic, "hsqs", 4) != 0) return 0;
+  if (end == 0 || !readAt(path, end, magic, 4) || std::memcmp(magic, "hsqs", 4) != 0) return 0;
   return end;
 }
 

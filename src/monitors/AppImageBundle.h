@@ -9,8 +9,9 @@ namespace vexa {
 // at its root. The entry and the icon are read with unsquashfs without running the image.
 class AppImageBundle : public AppBundle {
  public:
-  // A name ending in ".AppImage" (any case) and the ELF magic plus the AppImage mark in the
-  // file's first 16 bytes.
+  // A name ending in ".AppImage", any case.
+  static bool hasImageName(const std::string& path);
+  // That name, and the ELF magic plus the AppImage mark in the file's first 16 bytes.
   static bool hasMark(const std::string& path);
   // Where the squashfs image starts: the end of the ELF section header table. 0 when the file
   // is not an ELF file followed by a squashfs image.

@@ -1,8 +1,9 @@
 #include "monitors/DesktopAppBundle.h"
 
-#include "monitors/ApplicationFolders.h"
+#include "monitors/DesktopEntryFolders.h"
 #include "monitors/IconTheme.h"
 #include "util/AtomicFile.h"
+#include "util/PathName.h"
 #include "util/ProgramPath.h"
 
 namespace vexa {
@@ -12,30 +13,16 @@ namespace {
 constexpr std::size_t kEntryLimit = 1u << 20;
 constexpr const char* kSuffix = ".desktop";
 
-std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-
-// The desktop file id: relative to the applications folder that holds the file when it is in
-// one, else the file name.
-std::string fileIdOf(const std::string& path) {
-  for (const auto& folder : ApplicationFolders::desktopEntryFolders()) {
-    if (path.size() > folder.size() + 1 && path.compare(0, folder.size(), folder) == 0 &&
-        path[folder.size()] == '/') {
-      return DesktopEntry::desktopFileId(path, folder);
-    }
-  }
-  return baseName(path);
-}
-
 }  // namespace
 
 bool DesktopAppBundle::hasEntryName(const std::string& path) {
-  const std::string name = baseName(path);
+  const std::string name = PathName::lastComponent(path);
   return name.size() > 8 && name.compare(name.size() - 8, 8, kSuffix) == 0;
 }
 
 nlohmann::json DesktopAppBundle::infoOf(const DesktopEntry& entry, const std::string& path) {
   nlohmann::json info = nlohmann::json::object();
-  std::string id = fileIdOf(path);
+  std::string id = DesktopEntryFolders::fileIdOf(path);
   id.resize(id.size() - 8);  // without ".desktop"
   info["CFBundleIdentifier"] = id;
   if (auto name = entry.value("Name")) info["CFBundleName"] = *name;

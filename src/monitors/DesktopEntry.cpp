@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "util/PathName.h"
 #include "vexa/util/Preferences.h"
 
 namespace vexa {
@@ -143,10 +144,9 @@ std::optional<std::string> DesktopEntry::executable() const {
 
 std::string DesktopEntry::desktopFileId(const std::string& path,
                                         const std::string& applicationsFolder) {
-  std::string folder = applicationsFolder;
-  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+  const std::string folder = PathName::withoutTrailingSlashes(applicationsFolder);
   std::string relative = path;
-  if (path.rfind(folder + "/", 0) == 0) relative = path.substr(folder.size() + 1);
+  if (PathName::hasPrefix(path, folder + "/")) relative = path.substr(folder.size() + 1);
   for (char& c : relative) {
     if (c == '/') c = '-';
   }

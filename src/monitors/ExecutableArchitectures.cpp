@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "util/UniqueFd.h"
+
 namespace vexa {
 
 namespace {
@@ -74,11 +76,10 @@ std::vector<int64_t> ExecutableArchitectures::parse(std::span<const uint8_t> h) 
 }
 
 std::vector<int64_t> ExecutableArchitectures::ofFile(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return {};
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd) return {};
   uint8_t header[4096];
-  const ssize_t n = ::read(fd, header, sizeof header);
-  ::close(fd);
+  const ssize_t n = ::read(fd.get(), header, sizeof header);
   if (n <= 0) return {};
   return parse(std::span(header, static_cast<size_t>(n)));
 }

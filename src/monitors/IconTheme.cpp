@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "monitors/ApplicationFolders.h"
+#include "monitors/DesktopEntryFolders.h"
+#include "util/PathName.h"
 #include "util/XdgDirs.h"
 
 namespace vexa {
@@ -16,16 +17,11 @@ namespace {
 constexpr const char* kExtensions[] = {".png", ".svg", ".xpm"};
 constexpr int kSizes[] = {16, 22, 24, 32, 48, 64, 96, 128, 256, 512};
 
-bool isFile(const fs::path& p) {
-  std::error_code ec;
-  return fs::is_regular_file(p, ec);
-}
-
 std::optional<std::string> withExtension(const fs::path& stem) {
   for (const char* ext : kExtensions) {
     fs::path candidate = stem;
     candidate += ext;
-    if (isFile(candidate)) return candidate.string();
+    if (PathName::isRegularFile(candidate)) return candidate.string();
   }
   return std::nullopt;
 }
@@ -51,7 +47,7 @@ std::vector<std::string> sizeOrder(int size) {
 std::vector<std::string> IconTheme::iconFolders() {
   std::vector<std::string> folders{XdgDirs::dataHome() + "/icons", XdgDirs::home() + "/.icons"};
   for (const auto& dir : XdgDirs::dataDirs()) folders.push_back(dir + "/icons");
-  for (const auto& share : ApplicationFolders::exportedShareFolders())
+  for (const auto& share : DesktopEntryFolders::exportedShareFolders())
     folders.push_back(share + "/icons");
   std::vector<std::string> unique;
   for (auto& f : folders) {
@@ -63,15 +59,14 @@ std::vector<std::string> IconTheme::iconFolders() {
 std::optional<std::string> IconTheme::lookup(const std::string& name, int size) {
   if (name.empty()) return std::nullopt;
   if (name.front() == '/') {
-    if (isFile(name)) return name;
+    if (PathName::isRegularFile(name)) return name;
     return std::nullopt;
   }
   if (name.find('/') != std::string::npos || name == "." || name == "..") return std::nullopt;
   const auto folders = iconFolders();
   std::vector<std::string> themes;
   for (const auto& folder : folders) {
-    std::error_code ec;
-    if (fs::is_directory(folder + "/hicolor", ec)) themes.push_back(folder + "/hicolor");
+    if (PathName::isFolder(folder + "/hicolor")) themes.push_back(folder + "/hicolor");
   }
   if (!themes.empty()) {
     for (const auto& sizeFolder : sizeOrder(size)) {

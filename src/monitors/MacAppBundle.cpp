@@ -1,8 +1,7 @@
 #include "monitors/MacAppBundle.h"
 
-#include <filesystem>
-
 #include "util/AtomicFile.h"
+#include "util/PathName.h"
 #include "util/PropertyList.h"
 
 namespace vexa {
@@ -11,22 +10,17 @@ namespace {
 
 constexpr std::size_t kInfoLimit = 8u << 20;  // an Info.plist is a few KiB; refuse absurd ones
 
-std::string withoutSlash(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
 }  // namespace
 
 bool MacAppBundle::hasBundleName(const std::string& path) {
-  const std::string p = withoutSlash(path);
-  return p.size() > 4 && p.compare(p.size() - 4, 4, ".app") == 0 && p[p.size() - 5] != '/';
+  const std::string name = PathName::lastComponent(path);
+  return name.size() > 4 && name.compare(name.size() - 4, 4, ".app") == 0;
 }
 
 std::unique_ptr<AppBundle> MacAppBundle::open(const std::string& path) {
-  std::error_code ec;
-  if (!std::filesystem::is_directory(path, ec)) return nullptr;
-  auto bytes = AtomicFile::read(withoutSlash(path) + "/Contents/Info.plist", kInfoLimit);
+  if (!PathName::isFolder(path)) return nullptr;
+  auto bytes =
+      AtomicFile::read(PathName::withoutTrailingSlashes(path) + "/Contents/Info.plist", kInfoLimit);
   if (!bytes) return nullptr;
   auto info = PropertyList::parse(*bytes);
   if (!info || !info->is_object()) return nullptr;
@@ -35,8 +29,7 @@ std::unique_ptr<AppBundle> MacAppBundle::open(const std::string& path) {
 
 std::optional<std::string> MacAppBundle::displayName() const {
   // File managers show a bundle by its name without the ".app".
-  const std::string p = withoutSlash(path());
-  const std::string name = p.substr(p.rfind('/') + 1);
+  const std::string name = PathName::lastComponent(path());
   return name.substr(0, name.size() - 4);
 }
 
@@ -46,9 +39,9 @@ std::optional<std::string> MacAppBundle::executablePath() const {
     // Without the key the program is named after the bundle.
     program = *displayName();
   }
-  const std::string candidate = withoutSlash(path()) + "/Contents/MacOS/" + program;
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(candidate, ec)) return std::nullopt;
+  const std::string candidate =
+      PathName::withoutTrailingSlashes(path()) + "/Contents/MacOS/" + program;
+  if (!PathName::isRegularFile(candidate)) return std::nullopt;
   return candidate;
 }
 
