@@ -8,9 +8,9 @@
 
 namespace vexa {
 
-// The search-index attributes of an item, computed from the file system:
-//   "kMDItemKind"                 "application" for an application (see AppBundle), else
-//                                 "folder" or "document"
+// The search-index attributes of an item, computed from the file system alone:
+//   "kMDItemKind"                 "folder" or "document" (whether an item is an application
+//                                 is for the caller to say: that takes reading it)
 //   "kMDItemDisplayName"          the file's name
 //   "kMDItemLogicalSize"          bytes of every regular file in it (the file's own size for a
 //                                 file)

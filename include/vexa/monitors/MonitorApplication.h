@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,7 +19,10 @@
 
 namespace vexa {
 
+class AppBundle;
+class ApplicationCache;
 class DispatchQueue;
+class HostAnnouncer;
 class Image;
 class MonitorDispatch;
 class XConnectClient;
@@ -32,7 +37,10 @@ class XSocketServer;
 // after a delay, marked needForceRemove and kept (and cached) until the host reports it cleaned
 // up after them ("ForceRemoveSuccessCommand"); the host gets the marked ones in "RemoveCommand".
 // File events arrive on the dispatcher's global-queue tasks; every operation is safe from any
-// thread.
+// thread. The table's lock is held only to change or copy the table: reading applications,
+// making icons, writing the cache, calling the delegate and sending to the host all happen
+// without it, so a slow disk or a host that stops reading never holds up other events. What
+// the host is told goes out on a serial queue in the order the table changed.
 class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
                                        public XCommandHandler,
                                        public std::enable_shared_from_this<MonitorApplication> {
@@ -44,6 +52,7 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   static MonitorApplication& shared();
   static std::shared_ptr<MonitorApplication> create(MonitorDispatch& dispatch,
                                                     XSocketServer& server);
+  ~MonitorApplication() override;
   MonitorApplication(const MonitorApplication&) = delete;
   MonitorApplication& operator=(const MonitorApplication&) = delete;
 
@@ -107,23 +116,48 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   void hostConnected(const std::shared_ptr<XConnectClient>& connection) override;
 
  private:
+  // Records are shared and never changed once stored: a change stores a new record, so a
+  // snapshot of the table can be read without the lock.
+  using Records = std::map<std::string, std::shared_ptr<const AppFile>>;
+  // The table as it was at one change; generations count the changes that rewrite the cache.
+  struct Snapshot {
+    Records records;
+    uint64_t generation = 0;
+  };
+
   MonitorApplication(MonitorDispatch& dispatch, XSocketServer& server);
-  std::vector<std::string> watchedPaths() const;
-  void writeCacheLocked();
-  void announceLocked(const std::string& name, const std::string& path, const AppFile& app);
-  std::optional<std::string> defaultIconPath() const;
+  // Records the application opened at `path` (nothing when `bundle` is null) and announces it.
+  void install(const std::string& path, std::unique_ptr<AppBundle> bundle);
+  // Records the application opened (or not) at a path in the Trash as removed and reports it.
+  void uninstall(const std::string& path, std::unique_ptr<AppBundle> bundle);
+  // Marks `app`, still the record of the deleted `path` when stored, removed, and reports it.
+  void confirmRemoval(const std::string& path, const std::shared_ptr<const AppFile>& app);
+  // The send of a message about `app` to the host; empty when the host is not connected or
+  // `path` lies under none of its install paths. Runs without the lock.
+  std::function<void()> announcement(const std::string& name, const std::string& path,
+                                     const AppFile& app) const;
+  std::shared_ptr<const AppFile> recordAt(const std::string& path) const;
+  // Called with lock_ held.
+  Snapshot snapshotLocked();
+  // Writes the snapshot unless a later one is on disk already. Blocks on the disk: called
+  // without the lock.
+  void writeCache(const Snapshot& snapshot);
 
   MonitorDispatch& dispatch_;
-  XSocketServer& server_;
   DispatchQueue& queue_;
+  const std::unique_ptr<HostAnnouncer> announcer_;
+  const std::unique_ptr<ApplicationCache> cache_;
   const std::string osxVersion_;
   const nlohmann::json systemFilter_;
   const nlohmann::json specialFilter_;
   const nlohmann::json groupFilter_;
 
-  mutable std::recursive_mutex lock_;  // guards apps_ and the cache file
+  // Guards the table and the snapshot counter. Held for no disk, picture, delegate or socket
+  // work.
+  mutable std::mutex lock_;
   bool appsCreated_ = false;
-  std::map<std::string, std::shared_ptr<AppFile>> apps_;
+  Records apps_;
+  uint64_t cacheGeneration_ = 0;  // of the last snapshot taken
 
   mutable std::mutex fieldsMutex_;  // the properties below
   std::shared_ptr<MonitorApplicationDelegate> delegate_;

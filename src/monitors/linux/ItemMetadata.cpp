@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "monitors/AppBundle.h"
+#include "util/PathName.h"
 
 namespace vexa {
 
@@ -44,20 +44,8 @@ std::optional<nlohmann::json> ItemMetadata::attributes(const std::string& path,
   st.st_size = static_cast<off_t>(sx.stx_size);
 
   nlohmann::json out = nlohmann::json::object();
-  if (wants(names, "kMDItemKind")) {
-    if (AppBundle::isApplication(path))
-      out["kMDItemKind"] = "application";
-    else if (S_ISDIR(st.st_mode))
-      out["kMDItemKind"] = "folder";
-    else
-      out["kMDItemKind"] = "document";
-  }
-  if (wants(names, "kMDItemDisplayName")) {
-    const size_t slash = path.find_last_of('/', path.size() > 1 ? path.size() - 2 : 0);
-    std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    if (name.size() > 1 && name.back() == '/') name.pop_back();
-    out["kMDItemDisplayName"] = name;
-  }
+  if (wants(names, "kMDItemKind")) out["kMDItemKind"] = S_ISDIR(st.st_mode) ? "folder" : "document";
+  if (wants(names, "kMDItemDisplayName")) out["kMDItemDisplayName"] = PathName::lastComponent(path);
   if (wants(names, "kMDItemLogicalSize")) out["kMDItemLogicalSize"] = logicalSize(path, st);
   if (wants(names, "kMDItemContentCreationDate")) {
     const bool hasBirth = (sx.stx_mask & STATX_BTIME) != 0 && sx.stx_btime.tv_sec != 0;

@@ -1,0 +1,81 @@
+#include "monitors/ApplicationCache.h"
+
+#include <filesystem>
+
+#include "util/AtomicFile.h"
+#include "util/PathName.h"
+#include "util/PropertyList.h"
+#include "util/XdgDirs.h"
+#include "vexa/util/AppIdentity.h"
+#include "vexa/util/MonitorData.h"
+#include "vexa/util/MonitorString.h"
+
+namespace vexa {
+
+using nlohmann::json;
+
+std::optional<std::string> ApplicationCache::encode(const Records& records) {
+  json installed = json::object();
+  for (const auto& [path, app] : records) installed[path] = app->toJSON();
+  auto archive = PropertyList::toBinary(json{{kKey, std::move(installed)}});
+  if (!archive) return std::nullopt;
+  auto packed = MonitorData::gzipData(std::string_view(*archive));
+  if (!packed || packed->size() > kLimit) return std::nullopt;
+  return std::string(reinterpret_cast<const char*>(packed->data()), packed->size());
+}
+
+std::optional<ApplicationCache::Records> ApplicationCache::decode(std::string_view bytes) {
+  if (bytes.size() > kLimit) return std::nullopt;
+  auto archive = MonitorData::ungzipData(
+      std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), kLimit);
+  if (!archive) return std::nullopt;
+  auto root = PropertyList::parse(std::span<const uint8_t>(archive->data(), archive->size()));
+  if (!root || !root->is_object()) return std::nullopt;
+  auto installed = root->find(kKey);
+  if (installed == root->end() || !installed->is_object()) return std::nullopt;
+  Records records;
+  for (const auto& [path, text] : installed->items()) {
+    if (!text.is_string()) continue;
+    if (auto app = AppFile::fromJSON(text.get_ref<const std::string&>())) {
+      records.emplace(path, std::move(app));
+    }
+  }
+  return records;
+}
+
+std::optional<ApplicationCache::Records> ApplicationCache::read(const std::string& file) {
+  auto bytes = AtomicFile::read(file, kLimit);
+  if (!bytes) return std::nullopt;
+  return decode(*bytes);
+}
+
+bool ApplicationCache::write(const std::string& folder, const std::string& file,
+                             const Records& records) {
+  if (folder.empty() || file.empty()) return false;
+  auto bytes = encode(records);
+  if (!bytes) return false;
+  makeFolder(folder);
+  return !AtomicFile::write(file, *bytes, 0600);
+}
+
+std::string ApplicationCache::defaultFolder() {
+  return MonitorString::cacheFolder().value_or(XdgDirs::cacheHome() + "/" + AppIdentity::name());
+}
+
+bool ApplicationCache::makeFolder(const std::string& folder) {
+  if (PathName::entryExists(folder) && !PathName::isFolder(folder)) {
+    std::error_code ec;
+    std::filesystem::remove(folder, ec);
+  }
+  return AtomicFile::createFolders(folder);
+}
+
+void ApplicationCache::store(const std::string& folder, const std::string& file,
+                             const Records& snapshot, uint64_t generation) {
+  std::lock_guard lock(mutex_);
+  if (generation <= stored_) return;
+  write(folder, file, snapshot);
+  stored_ = generation;
+}
+
+}  // namespace vexa
