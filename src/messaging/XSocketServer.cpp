@@ -14,6 +14,7 @@
 #include "messaging/Frame.h"
 #include "messaging/SocketChannel.h"
 #include "util/UniqueFd.h"
+#include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XCommandHandler.h"
 #include "vexa/messaging/XConnectClient.h"
 #include "vexa/util/SystemLog.h"
@@ -86,24 +87,40 @@ std::vector<int> XSocketServer::slots() {
 }
 
 bool XSocketServer::startListen() {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port_.load());
+  // A dotted IPv4 address (the design's), or an IPv6 one such as "::1".
+  sockaddr_storage address{};
+  socklen_t addressLength;
   const std::string configured = host();
   const std::string bindTo = configured.empty() ? "127.0.0.1" : configured;
-  if (::inet_pton(AF_INET, bindTo.c_str(), &address.sin_addr) != 1) return false;
-  UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  auto& v4 = reinterpret_cast<sockaddr_in&>(address);
+  auto& v6 = reinterpret_cast<sockaddr_in6&>(address);
+  if (::inet_pton(AF_INET, bindTo.c_str(), &v4.sin_addr) == 1) {
+    v4.sin_family = AF_INET;
+    v4.sin_port = htons(port_.load());
+    addressLength = sizeof v4;
+  } else if (::inet_pton(AF_INET6, bindTo.c_str(), &v6.sin6_addr) == 1) {
+    v6.sin6_family = AF_INET6;
+    v6.sin6_port = htons(port_.load());
+    addressLength = sizeof v6;
+  } else {
+    return false;
+  }
+  UniqueFd fd(::socket(address.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) return false;
   const int one = 1;
   ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+  if (address.ss_family == AF_INET6) {
+    ::setsockopt(fd.get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
+  }
+  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), addressLength) != 0 ||
       ::listen(fd.get(), 10) != 0) {
     return false;
   }
-  sockaddr_in bound{};
+  sockaddr_storage bound{};
   socklen_t length = sizeof bound;
   if (::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&bound), &length) == 0) {
-    port_ = ntohs(bound.sin_port);
+    port_ = ntohs(bound.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(bound).sin6_port
+                                              : reinterpret_cast<sockaddr_in&>(bound).sin_port);
   }
   socketFD_ = fd.release();  // closed by stopListen()
   isAccept_ = true;
@@ -124,7 +141,7 @@ void XSocketServer::acceptConnect() {
   while (isAccept_.load()) {
     const int listener = socketFD_.load();
     if (listener < 1) break;
-    sockaddr_in peer{};
+    sockaddr_storage peer{};
     socklen_t length = sizeof peer;
     const int fd = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC);
     if (fd < 1) {
@@ -144,9 +161,19 @@ void XSocketServer::acceptConnect() {
     }
     loggedExhaustion = false;
     SocketChannel::setNoDelay(fd);
+    if (refusedByPolicy(fd)) continue;
     const int slot = takeSlot(fd);
-    char address[INET_ADDRSTRLEN] = "";
-    ::inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
+    char address[INET6_ADDRSTRLEN] = "";
+    uint16_t peerPort;
+    if (peer.ss_family == AF_INET6) {
+      const auto& v6 = reinterpret_cast<const sockaddr_in6&>(peer);
+      ::inet_ntop(AF_INET6, &v6.sin6_addr, address, sizeof address);
+      peerPort = ntohs(v6.sin6_port);
+    } else {
+      const auto& v4 = reinterpret_cast<const sockaddr_in&>(peer);
+      ::inet_ntop(AF_INET, &v4.sin_addr, address, sizeof address);
+      peerPort = ntohs(v4.sin_port);
+    }
     if (slot >= 0) {
       auto client = XConnectClient::create(fd, weak_from_this());
       {
@@ -155,7 +182,7 @@ void XSocketServer::acceptConnect() {
       }
       char text[160];
       std::snprintf(text, sizeof text, "The new client (%d) join success %s:%d", slot, address,
-                    ntohs(peer.sin_port));
+                    peerPort);
       sendData(Message("ServerConnectCommand", {{"Result", text}}), fd);
     } else {
       sendData(Message("ServerRefuseCommand",
@@ -167,6 +194,28 @@ void XSocketServer::acceptConnect() {
       refused_.push_back(fd);
     }
   }
+}
+
+bool XSocketServer::refusedByPolicy(int fd) {
+  const auto policy = peerPolicy();
+  if (!policy) return false;
+  const auto why = policy->refusal(fd);
+  if (!why) return false;
+  // Told why, briefly (the refusal must not hold up the accept loop), and closed.
+  SocketChannel channel(fd, std::chrono::milliseconds(100));
+  Frame::write(channel, Message("ServerRefuseCommand", {{"Error", *why}}));
+  ::close(fd);
+  return true;
+}
+
+void XSocketServer::setPeerPolicy(std::shared_ptr<PeerPolicy> policy) {
+  std::lock_guard lock(mutex_);
+  peerPolicy_ = std::move(policy);
+}
+
+std::shared_ptr<PeerPolicy> XSocketServer::peerPolicy() const {
+  std::lock_guard lock(mutex_);
+  return peerPolicy_;
 }
 
 void XSocketServer::stopListen() {

@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
 #include "vexa/util/RunLoop.h"
@@ -19,7 +20,9 @@
 namespace {
 
 int usage() {
-  std::fprintf(stderr, "usage: vexa-agent [--host ADDR] [--port N] [--cache DIR] [--verbose]\n");
+  std::fprintf(stderr,
+               "usage: vexa-agent [--host ADDR] [--port N] [--cache DIR] [--allow-remote] "
+               "[--verbose]\n");
   return 2;
 }
 
@@ -40,10 +43,13 @@ int main(int argc, char** argv) {
   std::string host = "127.0.0.1";  // loopback unless asked otherwise
   long port = 13145;
   std::string cache;  // empty: the monitor's own cache folder
+  bool allowRemote = false;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--verbose") {
       vexa::SystemLog::setMirrorToStderr(true);
+    } else if (arg == "--allow-remote") {
+      allowRemote = true;
     } else if (arg == "--host" && i + 1 < argc) {
       host = argv[++i];
     } else if (arg == "--cache" && i + 1 < argc) {
@@ -69,6 +75,9 @@ int main(int argc, char** argv) {
   vexa::XSocketServer& server = vexa::XSocketServer::shared();
   server.setHost(host);
   server.setPort(static_cast<uint16_t>(port));
+  // The port is open to every account on this machine; only this user's processes (and, when
+  // asked, other machines) are served.
+  server.setPeerPolicy(vexa::PeerPolicy::sameUser(allowRemote));
   if (!server.startListen()) {
     std::fprintf(stderr, "vexa-agent: cannot listen on %s:%ld: %s\n", host.c_str(), port,
                  std::strerror(errno));

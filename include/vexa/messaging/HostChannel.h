@@ -15,8 +15,8 @@ namespace vexa {
 // receives.
 class VEXA_EXPORT HostChannel {
  public:
-  // Connects to the agent at host:port (an IPv4 address; empty means 127.0.0.1). Null when the
-  // connection cannot be made.
+  // Connects to the agent at host:port (an IPv4 or IPv6 address; empty means 127.0.0.1). Null when
+  // the connection cannot be made.
   static std::unique_ptr<HostChannel> connect(const std::string& host, uint16_t port);
   ~HostChannel();
   HostChannel(const HostChannel&) = delete;

@@ -16,6 +16,7 @@ namespace vexa {
 
 class XConnectClient;
 class XCommandHandler;
+class PeerPolicy;
 
 // The agent's TCP server for the host application and other clients.
 //
@@ -44,7 +45,8 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   int socketFD() const { return socketFD_.load(); }
   bool isAccept() const { return isAccept_.load(); }
 
-  // Binds and listens (backlog 10); an empty host means 127.0.0.1. False on any failure.
+  // Binds and listens (backlog 10); an empty host means 127.0.0.1, and an IPv6 address such as
+  // "::1" listens on IPv6 only. False on any failure.
   bool startListen();
   bool setBlock(bool blocking);
   // The accept loop: blocks the calling thread until stopListen(). Running out of descriptors
@@ -68,6 +70,11 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   // Decimal socket descriptor -> connection.
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict() const;
 
+  // Who may connect: asked for every accepted connection before it takes a slot. None by
+  // default (everyone who can reach the port); the agent admits only its own user.
+  void setPeerPolicy(std::shared_ptr<PeerPolicy> policy);
+  std::shared_ptr<PeerPolicy> peerPolicy() const;
+
   void setCommandHandler(std::weak_ptr<XCommandHandler> handler);
   std::shared_ptr<XCommandHandler> commandHandler() const;
   void setDelegate(std::shared_ptr<void> delegate);
@@ -77,6 +84,8 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
 
  private:
   XSocketServer(std::string host, uint16_t port);
+  // Closes the connection after telling it why, when the policy refuses it.
+  bool refusedByPolicy(int fd);
 
   std::string host_;  // guarded by mutex_
   std::atomic<uint16_t> port_;
@@ -87,6 +96,7 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
   std::vector<int> refused_;  // left open as refused; closed when the server goes
   std::weak_ptr<XCommandHandler> handler_;
+  std::shared_ptr<PeerPolicy> peerPolicy_;
   std::shared_ptr<void> delegate_;
 };
 

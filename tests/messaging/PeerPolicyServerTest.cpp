@@ -1,0 +1,96 @@
+// The agent's peer policy on real loopback sockets: the kernel tells the owner of each peer.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <thread>
+
+#include "messaging/SameUserPolicy.h"
+#include "support/ChildProcess.h"
+#include "support/RawClient.h"
+#include "support/Signal.h"
+#include "vexa/messaging/PeerPolicy.h"
+#include "vexa/messaging/XConnectClient.h"
+#include "vexa/messaging/XSocketServer.h"
+
+namespace vexa {
+namespace {
+
+using test::RawClient;
+
+int occupiedSlots() {
+  int n = 0;
+  for (int fd : XSocketServer::slots()) n += fd != 0;
+  return n;
+}
+
+class PeerPolicyServerTest : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override {
+    server = XSocketServer::create(GetParam(), 0);
+    if (!server->startListen()) GTEST_SKIP() << "cannot listen on " << GetParam();
+    server->setPeerPolicy(PeerPolicy::sameUser());
+    acceptor = std::thread([this] { server->acceptConnect(); });
+  }
+  void TearDown() override {
+    if (!acceptor.joinable()) return;
+    server->stopListen();
+    acceptor.join();
+  }
+  // vexa-host as another account: what it prints, until the agent closes the channel.
+  std::vector<std::string> hostAsNobody() {
+    test::ChildProcess host({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                             VEXA_HOST_PATH, "--host", GetParam(), "--port",
+                             std::to_string(server->port())});
+    std::vector<std::string> lines;
+    while (auto line = host.readLine()) lines.push_back(*line);
+    EXPECT_EQ(host.waitExit(), 0);
+    return lines;
+  }
+
+  std::shared_ptr<XSocketServer> server;
+  std::thread acceptor;
+};
+
+TEST_P(PeerPolicyServerTest, TheSameUserIsServedWithTheUsualTenSlots) {
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < XSocketServer::kMaxClients; ++i) {
+    clients.push_back(std::make_unique<RawClient>(server->port(), GetParam()));
+    auto greeting = clients.back()->receive();
+    ASSERT_TRUE(greeting);
+    EXPECT_NE(greeting->find("ServerConnectCommand"), std::string::npos) << *greeting;
+  }
+  RawClient eleventh(server->port(), GetParam());
+  auto refusal = eleventh.receive();
+  ASSERT_TRUE(refusal);
+  EXPECT_NE(refusal->find("reaches the maximum value"), std::string::npos) << *refusal;
+  EXPECT_FALSE(eleventh.closedByPeer(100));  // left open, as without a policy
+}
+
+TEST_P(PeerPolicyServerTest, AnotherUserIsToldWhyClosedAndNeverHoldsASlot) {
+  if (::geteuid() != 0 || ::access("/usr/bin/setpriv", X_OK) != 0) {
+    GTEST_SKIP() << "needs root and setpriv to run a client as another user";
+  }
+  RawClient own(server->port(), GetParam());
+  ASSERT_TRUE(own.receive());
+  own.send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity}}));
+  ASSERT_TRUE(test::eventually(
+      [&] { return server->getConnetClientByIdentity(XSocketServer::kHostIdentity) != nullptr; }));
+
+  const auto lines = hostAsNobody();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], std::string(R"({"name":"ServerRefuseCommand","parms":{"Error":")") +
+                          SameUserPolicy::kOtherUser + "\"}}");
+  EXPECT_EQ(occupiedSlots(), 1);
+  // The refused client's "ConnectCommand" took nothing: the host is still the first one.
+  auto host = server->getConnetClientByIdentity(XSocketServer::kHostIdentity);
+  ASSERT_TRUE(host);
+  ASSERT_TRUE(host->sendData(Message("InstallCommand", {{"AppFile", {{"appPath", "/a.app"}}}})));
+  EXPECT_EQ(own.receive(), R"({"name":"InstallCommand","parms":{"AppFile":{"appPath":"/a.app"}}})");
+}
+
+INSTANTIATE_TEST_SUITE_P(Loopback, PeerPolicyServerTest, ::testing::Values("127.0.0.1", "::1"),
+                         [](const auto& info) { return info.index == 0 ? "IPv4" : "IPv6"; });
+
+}  // namespace
+}  // namespace vexa
