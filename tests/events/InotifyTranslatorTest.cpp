@@ -38,6 +38,11 @@ class RecordingEffects : public InotifyTranslator::Effects {
   void emit(const std::string& path, uint32_t flags) override {
     log.push_back("#" + std::to_string(++lastId) + " " + describe(flags) + " " + path);
   }
+  void emitRename(const std::string& from, const std::string& to, uint32_t flags) override {
+    emit(from, flags);
+    emit(to, flags);
+    log.back() += " (paired)";
+  }
   void watchTree(const std::string& path, bool reportContents) override {
     log.push_back((reportContents ? "scan " : "watch ") + path);
     auto wd = kernelWds.find(path);
@@ -119,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(InotifyTranslatorTest, BothHalvesOfAMoveInOneReadAreTwoEventsInARow) {
   read({{2, IN_MOVED_FROM, 9, "a"}, {3, IN_MOVED_TO, 9, "b"}, {1, IN_CREATE, 0, "c"}});
-  EXPECT_EQ(take(), (Log{"#1 renamed file /r/sub/a", "#2 renamed file /r/sub/deep/b",
+  EXPECT_EQ(take(), (Log{"#1 renamed file /r/sub/a", "#2 renamed file /r/sub/deep/b (paired)",
                          "#3 created file /r/c"}));
   EXPECT_FALSE(translator.deadline());
 }
@@ -130,7 +135,7 @@ TEST_F(InotifyTranslatorTest, AMoveSplitAcrossTwoReadsIsPairedBeforeItsDeadline)
   translator.expire(start + InotifyTranslator::kMovePairing - 1ms);
   EXPECT_TRUE(take().empty());
   read({{1, IN_MOVED_TO, 9, "b"}}, 9ms);
-  EXPECT_EQ(take(), (Log{"#1 renamed file /r/a", "#2 renamed file /r/b"}));
+  EXPECT_EQ(take(), (Log{"#1 renamed file /r/a", "#2 renamed file /r/b (paired)"}));
   EXPECT_FALSE(translator.deadline());
 }
 
@@ -154,12 +159,12 @@ TEST_F(InotifyTranslatorTest, AHeldHalfIsSettledByAnyOtherRecordFirst) {
                          "#4 modified file /r/d"}));
   // A record of no watch settles nothing.
   read({{1, IN_MOVED_FROM, 12, "e"}, {42, IN_CREATE, 0, "x"}, {2, IN_MOVED_TO, 12, "e"}});
-  EXPECT_EQ(take(), (Log{"#5 renamed file /r/e", "#6 renamed file /r/sub/e"}));
+  EXPECT_EQ(take(), (Log{"#5 renamed file /r/e", "#6 renamed file /r/sub/e (paired)"}));
 }
 
 TEST_F(InotifyTranslatorTest, ARenamedFolderKeepsItsWatchesUnderItsNewName) {
   read({{1, IN_MOVED_FROM | IN_ISDIR, 9, "sub"}, {1, IN_MOVED_TO | IN_ISDIR, 9, "moved"}});
-  EXPECT_EQ(take(), (Log{"#1 renamed dir /r/sub", "#2 renamed dir /r/moved"}));
+  EXPECT_EQ(take(), (Log{"#1 renamed dir /r/sub", "#2 renamed dir /r/moved (paired)"}));
   read({{3, IN_CREATE, 0, "f"}, {2, IN_DELETE, 0, "g"}});
   EXPECT_EQ(take(), (Log{"#3 created file /r/moved/deep/f", "#4 removed file /r/moved/g"}));
   EXPECT_FALSE(table.watchOf("/r/sub"));

@@ -60,8 +60,7 @@ void InotifyTranslator::translateNamed(const InotifyRecord& record, const std::s
       // Both halves seen: a rename within the trees.
       const PendingMove from = std::move(*pendingMove_);
       pendingMove_.reset();
-      effects_.emit(from.path, fsevent::kItemRenamed | kind);
-      effects_.emit(path, fsevent::kItemRenamed | kind);
+      effects_.emitRename(from.path, path, fsevent::kItemRenamed | kind);
       if (isDir) table_.renameTree(from.path, path);
     } else {
       effects_.emit(path, fsevent::kItemRenamed | kind);  // moved in from outside

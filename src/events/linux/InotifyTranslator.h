@@ -35,8 +35,11 @@ class InotifyTranslator {
   class Effects {
    public:
     virtual ~Effects() = default;
-    // One stream event. The two events of a rename are emitted one right after the other.
+    // One stream event.
     virtual void emit(const std::string& path, uint32_t flags) = 0;
+    // The two events of a rename within the trees, `flags` each: consecutive identifiers, and
+    // one batch, since a rename is told from a move in or out by just that.
+    virtual void emitRename(const std::string& from, const std::string& to, uint32_t flags) = 0;
     // Watches the folder at `path` and every folder under it, recording them in the table.
     // With `reportContents` (a new folder), what the scan finds is emitted as created and
     // passed to reportedByScan().

@@ -294,6 +294,17 @@ void InotifyWatcher::overflowed() {
 
 void InotifyWatcher::emit(const std::string& path, uint32_t flags) {
   std::lock_guard lock(mutex_);
+  emitLocked(path, flags);
+}
+
+void InotifyWatcher::emitRename(const std::string& from, const std::string& to, uint32_t flags) {
+  // Under one hold of the lock, so that no batch is taken between the two halves.
+  std::lock_guard lock(mutex_);
+  emitLocked(from, flags);
+  emitLocked(to, flags);
+}
+
+void InotifyWatcher::emitLocked(const std::string& path, uint32_t flags) {
   // Successive writes to one file within a batch say nothing new.
   if (!pending_.empty() && (flags & fsevent::kItemModified) && pending_.back().flags == flags &&
       pending_.back().path == path) {

@@ -91,6 +91,8 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher>,
 
   // InotifyTranslator::Effects, on the watcher's thread.
   void emit(const std::string& path, uint32_t flags) override;
+  void emitRename(const std::string& from, const std::string& to, uint32_t flags) override;
+  void emitLocked(const std::string& path, uint32_t flags);  // mutex_ held
   void watchTree(const std::string& root, bool reportContents) override;
   bool releaseWatch(int wd) override;
   void overflowed() override;
