@@ -137,3 +137,45 @@ TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
 
 }  // namespace
 }  // namespace vexa
+
+namespace vexa {
+namespace {
+
+// Killed outright while it rewrites its cache for every uninstall, the agent leaves a cache
+// that reads back whole (the state before some write, or after it), and a new agent starts on
+// it. A stop by SIGTERM lets the write under way finish and writes the final state.
+TEST_F(AgentApplicationsTest, ACacheSurvivesAKillInTheMiddleOfWrites) {
+  const std::string port = startAgent();
+  auto host = startHost(port);
+  const int count = 200;
+  const std::string trash = dir / "home/.local/share/Trash/files";
+  fs::create_directories(trash);
+  for (int i = 0; i < count; ++i) {
+    const std::string name = "org.example.App" + std::to_string(i) + ".desktop";
+    const std::string entry = test::makeDesktopEntry(dir, "home/.local/share/applications/" + name,
+                                                     "App " + std::to_string(i));
+    fs::rename(entry, trash + "/" + name);  // each one rewrites the cache
+  }
+  // Killed once the host has heard of a good part of them.
+  int uninstalls = 0;
+  while (uninstalls < count / 4) {
+    json message = nextMessage(*host);
+    ASSERT_TRUE(message.is_object()) << "after " << uninstalls << " uninstalls";
+    if (message["name"] == "UninstallCommand") ++uninstalls;
+  }
+  agent->signal(SIGKILL);
+  agent->waitExit();
+  const auto afterKill = cached();
+  EXPECT_FALSE(afterKill.empty());
+  for (const auto& [path, record] : afterKill) EXPECT_TRUE(record.is_object()) << path;
+
+  // A new agent reads it and serves; stopped properly, it leaves everything it knows.
+  startAgent();
+  stopAgent();
+  const auto afterStop = cached();
+  EXPECT_GE(afterStop.size(), afterKill.size());
+  for (const auto& [path, record] : afterStop) EXPECT_TRUE(record.is_object()) << path;
+}
+
+}  // namespace
+}  // namespace vexa

@@ -105,6 +105,9 @@ int main(int argc, char** argv) {
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
   applications.stopMonotor();
+  // Waits for a cache write under way, then writes what the monitor knows last: the next start
+  // reads a whole cache.
+  applications.archiver();
   server.stopListen();
   acceptor.join();
   return 0;
