@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+
+#include <chrono>
 #include <filesystem>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -68,20 +72,27 @@ class MonitorApplicationTest : public test::MonitorFixture {
     }
   }
 
-  // Serves on a free port with the monitor as the command handler; the host connects and
-  // identifies itself with these install paths.
+  // Serves on a free port with the monitor as the command handler.
+  void serve() {
+    if (acceptor.joinable()) return;
+    server->setCommandHandler(monitor);
+    EXPECT_TRUE(server->startListen());
+    acceptor = std::thread([this] { server->acceptConnect(); });
+  }
+
+  // A host connects and identifies itself with these install paths.
   std::unique_ptr<test::RawClient> connectHost(const json& installPaths) {
-    if (!acceptor.joinable()) {
-      server->setCommandHandler(monitor);
-      EXPECT_TRUE(server->startListen());
-      acceptor = std::thread([this] { server->acceptConnect(); });
-    }
+    serve();
     auto host = std::make_unique<test::RawClient>(server->port());
     EXPECT_TRUE(host->receive());  // the greeting
-    host->send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity},
-                                          {"InstallPaths", installPaths}}));
-    EXPECT_TRUE(test::eventually([&] { return monitor->installPaths() == installPaths; }));
+    identify(*host, installPaths);
     return host;
+  }
+
+  void identify(test::RawClient& host, const json& installPaths) {
+    host.send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity},
+                                         {"InstallPaths", installPaths}}));
+    EXPECT_TRUE(test::eventually([&] { return monitor->installPaths() == installPaths; }));
   }
 
   static json receive(test::RawClient& client) {
@@ -344,6 +355,78 @@ TEST_F(MonitorApplicationTest, RemovalReportsWithNothingMarkedSendNothing) {
   EXPECT_EQ(monitor->installPaths(), std::vector<std::string>{dir / "home/Applications"});
   monitor->fileCreated(makeBundle(dir, "home/Applications/Editor.app"));
   EXPECT_EQ(receive(*host)["name"], "InstallCommand");
+}
+
+TEST_F(MonitorApplicationTest, OnePathsAnnouncementsKeepTheOrderOfItsChanges) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+  const std::string viewer = dir / "home/Applications/viewer.desktop";
+  constexpr int kVersions = 20;
+  for (int version = 1; version <= kVersions; ++version) {
+    makeDesktopEntry(dir, "home/Applications/viewer.desktop", "Viewer",
+                     "X-AppVersion=" + std::to_string(version) + "\n");
+    monitor->fileCreated(viewer);
+  }
+  for (int version = 1; version <= kVersions; ++version) {
+    json message = receive(*host);
+    ASSERT_EQ(message["parms"]["AppFile"]["appVersion"], std::to_string(version));
+  }
+  EXPECT_EQ(monitor->apps().at(viewer)->appVersion, std::to_string(kVersions));
+}
+
+// Text that gzip cannot shrink much, so that messages carrying it fill socket buffers.
+std::string incompressible(size_t size, unsigned seed) {
+  static const char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-";
+  std::mt19937 random(seed);
+  std::string text(size, ' ');
+  for (char& c : text) c = kAlphabet[random() % 64];
+  return text;
+}
+
+TEST_F(MonitorApplicationTest, AHostThatStopsReadingHoldsUpNeitherRecordsNorOtherHosts) {
+  // Out of reach of this test: recording must not wait for a stuck host to be closed.
+  server->setSendTimeout(std::chrono::minutes(10));
+  monitor->startMonitor();
+  monitor->fileMoveIn(makeBundle(dir, "home/.local/share/Trash/files/Old.app"));
+  ASSERT_EQ(monitor->getAllScanApps().size(), 1u);
+
+  // Identifies itself, then reads nothing, not even the greeting.
+  serve();
+  test::RawClient stuck;
+  const int small = 4096;
+  ASSERT_EQ(::setsockopt(stuck.fd(), SOL_SOCKET, SO_RCVBUF, &small, sizeof small), 0);
+  ASSERT_TRUE(stuck.connectTo(server->port()));
+  const json installPaths{dir / "home/Applications"};
+  identify(stuck, installPaths);
+
+  // 100 installs whose announcements (about 100 KiB each, compressed) overflow what the two
+  // socket buffers hold many times over, arriving as the dispatcher delivers events: each on a
+  // task of its own.
+  constexpr int kInstalls = 100;
+  for (int i = 0; i < kInstalls; ++i) {
+    const std::string entry = makeDesktopEntry(
+        dir, "home/Applications/app" + std::to_string(i) + ".desktop", incompressible(64 << 10, i));
+    dispatch->fileCreated(entry);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  size_t recorded = 0;
+  while ((recorded = monitor->apps().size()) < kInstalls + 1 &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_EQ(recorded, kInstalls + 1u);
+
+  // Another host that connects meanwhile is sent the removal report at once.
+  test::RawClient other(server->port());
+  ASSERT_TRUE(other.receive());  // the greeting
+  other.send(Message("ConnectCommand",
+                     {{"Identity", XSocketServer::kHostIdentity}, {"InstallPaths", installPaths}}));
+  json message = receive(other);
+  EXPECT_EQ(message["name"], "RemoveCommand");
+
+  // Closing the stuck host fails the send it is blocked in; the queued ones are dropped.
+  stuck.close();
 }
 
 }  // namespace
