@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # The privileged helper's costs, measured in one run on a private bus: the median round trip of
 # 1,000 connection checks, and a find over a large tree through the helper against find run
-# directly. TREE names the tree (default: the event-stream benchmark's, made if missing).
+# directly. TREE names the tree (default: the event-stream benchmark's, made if missing); BUILD
+# the build folder used (default: build).
 set -euo pipefail
 top="$(cd "$(dirname "$0")/../.." && pwd)"
+build="${BUILD:-$top/build}"
 "$top/scripts/setup.sh"
-"$top/scripts/build.sh" "$top/build" "" vexa-helper helper-client watch-probe >/dev/null
-build="$top/build"
+"$top/scripts/build.sh" "$build" "" vexa-helper helper-client watch-probe >/dev/null
 tree="${TREE:-/tmp/vexa-bench/tree}"
 [ -d "$tree" ] || "$build/bench/watch-probe" make-tree "$tree" 20000 200000
 

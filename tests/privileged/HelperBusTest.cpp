@@ -108,5 +108,35 @@ TEST(HelperBusTest, AnUnauthorizedCallerIsRefused) {
   EXPECT_EQ(client(helper.bus.address(), {"check"}, false), 0);  // root is always served
 }
 
+// When polkit runs on the bus it decides for every caller but root, over the helper's own list,
+// and is asked about the helper's action for the calling bus name.
+TEST(HelperBusTest, PolkitDecidesWhenItRuns) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+  struct Case {
+    const char* verdict;
+    std::vector<std::string> allowUids;
+    int exit;
+  };
+  for (const Case& c : {Case{"allow", {}, 0}, Case{"deny", {"65534"}, 1}}) {
+    SCOPED_TRACE(c.verdict);
+    RunningHelper helper(c.allowUids);
+    ASSERT_TRUE(helper.ready);
+    ChildProcess polkit({VEXA_FAKE_POLKIT_PATH, helper.bus.address(), c.verdict});
+    ASSERT_EQ(polkit.readLine(), std::optional<std::string>("fake-polkit ready"));
+    test::TempDir dir;
+    protectedFolder(dir);
+    const std::string file = dir.write("protected/item", "x");
+    EXPECT_EQ(client(helper.bus.address(), {"remove", file}, true), c.exit);
+    EXPECT_EQ(fs::exists(file), c.exit != 0);
+    // The connection check, then (when allowed) the removal: each asked about once.
+    const std::optional<std::string> asked(
+        "check com.tarnwick.PrivilegesHelper.request system-bus-name");
+    EXPECT_EQ(polkit.readLine(), asked);
+    if (c.exit == 0) {
+      EXPECT_EQ(polkit.readLine(), asked);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace vexa
