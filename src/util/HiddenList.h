@@ -14,7 +14,7 @@ namespace vexa {
 //
 // The descriptor is borrowed and must stay open while the object is used. Changes are
 // serialized within the process; the list is replaced whole (a temporary file renamed over it),
-// so readers see the old list or the new one, never a part. Two processes changing the same
+// so readers see the old list or the new one, never a mix. Two processes changing the same
 // list at once may lose one of the two changes. Safe from any thread.
 class HiddenList {
  public:
