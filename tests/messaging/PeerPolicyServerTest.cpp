@@ -1,8 +1,10 @@
 // The agent's peer policy on real loopback sockets: the kernel tells the owner of each peer.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "messaging/SameUserPolicy.h"
@@ -12,11 +14,14 @@
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XConnectClient.h"
 #include "vexa/messaging/XSocketServer.h"
+#include "vexa/util/SystemLog.h"
 
 namespace vexa {
 namespace {
 
 using test::RawClient;
+
+constexpr const char* kIPv4 = "127.0.0.1";
 
 int occupiedSlots() {
   int n = 0;
@@ -89,7 +94,51 @@ TEST_P(PeerPolicyServerTest, AnotherUserIsToldWhyClosedAndNeverHoldsASlot) {
   EXPECT_EQ(own.receive(), R"({"name":"InstallCommand","parms":{"AppFile":{"appPath":"/a.app"}}})");
 }
 
-INSTANTIATE_TEST_SUITE_P(Loopback, PeerPolicyServerTest, ::testing::Values("127.0.0.1", "::1"),
+TEST_P(PeerPolicyServerTest, AFloodFromAnotherUserLeavesTheHostServedAndTheLogQuiet) {
+  if (::geteuid() != 0 || ::access("/usr/bin/setpriv", X_OK) != 0 || GetParam() != kIPv4) {
+    GTEST_SKIP() << "needs root and setpriv to run a client as another user; bash reaches IPv4";
+  }
+  std::mutex mutex;
+  int logged = 0;
+  SystemLog::setSink([&](const std::string&) {
+    std::lock_guard lock(mutex);
+    ++logged;
+  });
+  RawClient own(server->port(), GetParam());
+  ASSERT_TRUE(own.receive());
+  own.send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity}}));
+  ASSERT_TRUE(test::eventually(
+      [&] { return server->getConnetClientByIdentity(XSocketServer::kHostIdentity) != nullptr; }));
+
+  // A thousand connections as fast as bash makes them, each closed at once.
+  const std::string port = std::to_string(server->port());
+  test::ChildProcess flood({"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
+                            "/bin/bash", "-c",
+                            "for i in $(seq 1000); do exec 3<>/dev/tcp/127.0.0.1/" + port +
+                                " && exec 3<&-; done 2>/dev/null; echo done"});
+  // Meanwhile the host hears every message sent to it. The listen queue overflows now and then
+  // (the kernel then drops a connection attempt and the client retries a second later), so the
+  // flood is watched for a few seconds, not to its end.
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+  int heard = 0;
+  bool flooding = true;
+  while (heard < 20 || (flooding && std::chrono::steady_clock::now() < until)) {
+    auto host = server->getConnetClientByIdentity(XSocketServer::kHostIdentity);
+    ASSERT_TRUE(host);
+    ASSERT_TRUE(host->sendData(Message("PackageAdd", {{"Path", "/p" + std::to_string(heard)}})));
+    ASSERT_TRUE(own.receive());
+    ++heard;
+    if (flooding) flooding = !flood.readLine(std::chrono::milliseconds(1));
+  }
+  flood.signal(SIGKILL);
+  flood.waitExit();
+  EXPECT_EQ(occupiedSlots(), 1);
+  SystemLog::setSink(nullptr);
+  std::lock_guard lock(mutex);
+  EXPECT_LE(logged, 2);  // one line for the other user, at most one for a peer already gone
+}
+
+INSTANTIATE_TEST_SUITE_P(Loopback, PeerPolicyServerTest, ::testing::Values(kIPv4, "::1"),
                          [](const auto& info) { return info.index == 0 ? "IPv4" : "IPv6"; });
 
 }  // namespace
