@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "messaging/Frame.h"
+#include "messaging/SocketAddress.h"
 #include "messaging/SocketChannel.h"
 #include "util/UniqueFd.h"
 #include "vexa/messaging/PeerPolicy.h"
@@ -88,39 +89,24 @@ std::vector<int> XSocketServer::slots() {
 
 bool XSocketServer::startListen() {
   // A dotted IPv4 address (the design's), or an IPv6 one such as "::1".
-  sockaddr_storage address{};
-  socklen_t addressLength;
   const std::string configured = host();
-  const std::string bindTo = configured.empty() ? "127.0.0.1" : configured;
-  auto& v4 = reinterpret_cast<sockaddr_in&>(address);
-  auto& v6 = reinterpret_cast<sockaddr_in6&>(address);
-  if (::inet_pton(AF_INET, bindTo.c_str(), &v4.sin_addr) == 1) {
-    v4.sin_family = AF_INET;
-    v4.sin_port = htons(port_.load());
-    addressLength = sizeof v4;
-  } else if (::inet_pton(AF_INET6, bindTo.c_str(), &v6.sin6_addr) == 1) {
-    v6.sin6_family = AF_INET6;
-    v6.sin6_port = htons(port_.load());
-    addressLength = sizeof v6;
-  } else {
-    return false;
-  }
-  UniqueFd fd(::socket(address.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const auto address =
+      SocketAddress::parse(configured.empty() ? "127.0.0.1" : configured, port_.load());
+  if (!address) return false;
+  UniqueFd fd(::socket(address->family(), SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd) return false;
   const int one = 1;
   ::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  if (address.ss_family == AF_INET6) {
+  if (address->family() == AF_INET6) {
     ::setsockopt(fd.get(), IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
   }
-  if (::bind(fd.get(), reinterpret_cast<sockaddr*>(&address), addressLength) != 0 ||
-      ::listen(fd.get(), 10) != 0) {
+  if (::bind(fd.get(), address->get(), address->length) != 0 || ::listen(fd.get(), 10) != 0) {
     return false;
   }
   sockaddr_storage bound{};
   socklen_t length = sizeof bound;
   if (::getsockname(fd.get(), reinterpret_cast<sockaddr*>(&bound), &length) == 0) {
-    port_ = ntohs(bound.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(bound).sin6_port
-                                              : reinterpret_cast<sockaddr_in&>(bound).sin_port);
+    port_ = SocketAddress::portOf(bound);
   }
   socketFD_ = fd.release();  // closed by stopListen()
   isAccept_ = true;
@@ -163,17 +149,8 @@ void XSocketServer::acceptConnect() {
     SocketChannel::setNoDelay(fd);
     if (refusedByPolicy(fd)) continue;
     const int slot = takeSlot(fd);
-    char address[INET6_ADDRSTRLEN] = "";
-    uint16_t peerPort;
-    if (peer.ss_family == AF_INET6) {
-      const auto& v6 = reinterpret_cast<const sockaddr_in6&>(peer);
-      ::inet_ntop(AF_INET6, &v6.sin6_addr, address, sizeof address);
-      peerPort = ntohs(v6.sin6_port);
-    } else {
-      const auto& v4 = reinterpret_cast<const sockaddr_in&>(peer);
-      ::inet_ntop(AF_INET, &v4.sin_addr, address, sizeof address);
-      peerPort = ntohs(v4.sin_port);
-    }
+    const std::string address = SocketAddress::textOf(peer);
+    const uint16_t peerPort = SocketAddress::portOf(peer);
     if (slot >= 0) {
       auto client = XConnectClient::create(fd, weak_from_this());
       {
@@ -181,8 +158,8 @@ void XSocketServer::acceptConnect() {
         connectDict_[std::to_string(fd)] = client;
       }
       char text[160];
-      std::snprintf(text, sizeof text, "The new client (%d) join success %s:%d", slot, address,
-                    peerPort);
+      std::snprintf(text, sizeof text, "The new client (%d) join success %s:%d", slot,
+                    address.c_str(), peerPort);
       sendData(Message("ServerConnectCommand", {{"Result", text}}), fd);
     } else {
       sendData(Message("ServerRefuseCommand",
