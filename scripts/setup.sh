@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  g++ cmake ninja-build pkg-config clang-format
+  g++ cmake ninja-build pkg-config clang-format clang-tidy
   zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev librsvg2-common
   libplist-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev

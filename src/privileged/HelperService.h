@@ -15,7 +15,7 @@ namespace vexa {
 class HelperService {
  public:
   static constexpr size_t kMaxPathBytes = 4096;
-  static constexpr size_t kMaxArgumentBytes = 256 * 1024;
+  static constexpr size_t kMaxArgumentBytes = size_t{256} * 1024;
 
   static nlohmann::json handle(const nlohmann::json& request);
 };

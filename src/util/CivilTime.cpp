@@ -39,7 +39,8 @@ CivilTime CivilTime::fromSeconds(int64_t wallSeconds) {
 }
 
 int64_t CivilTime::toSeconds() const {
-  return daysFromCivil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
+  return daysFromCivil(year, month, day) * 86400 + int64_t{hour} * 3600 + int64_t{minute} * 60 +
+         second;
 }
 
 int CivilTime::daysInMonth(int64_t year, int month) {

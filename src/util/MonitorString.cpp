@@ -22,11 +22,6 @@ namespace vexa {
 
 namespace {
 
-bool exists(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
-}
-
 int componentAt(const std::string& version, size_t index) {
   size_t start = 0;
   for (size_t i = 0; i < index; ++i) {
@@ -46,15 +41,6 @@ bool equalAt(const std::string& s, size_t at, const std::string& needle, bool fo
     if (a != b) return false;
   }
   return true;
-}
-
-// Splits "dir/name" into ("dir", "name"); the folder of a bare name is ".".
-std::pair<std::string, std::string> splitParent(const std::string& path) {
-  std::string trimmed = path;
-  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
-  const size_t slash = trimmed.rfind('/');
-  if (slash == std::string::npos) return {".", trimmed};
-  return {slash == 0 ? "/" : trimmed.substr(0, slash), trimmed.substr(slash + 1)};
 }
 
 // The folder holding the path's last component, links followed: the caller acts with its own
@@ -130,9 +116,7 @@ std::string MonitorString::userHomePath() { return XdgDirs::home(); }
 
 std::string MonitorString::tempPath() {
   const char* tmp = std::getenv("TMPDIR");
-  std::string path = tmp && tmp[0] == '/' ? tmp : "/tmp";
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
+  return PathName::withoutTrailingSlashes(tmp && tmp[0] == '/' ? tmp : "/tmp");
 }
 
 std::optional<std::string> MonitorString::userDeskTopPath() { return XdgDirs::userDir("DESKTOP"); }
@@ -181,10 +165,10 @@ std::optional<std::string> MonitorString::userPreferencesPath() {
 }
 
 std::string MonitorString::generateSolePath(const std::string& path) {
-  if (!exists(path)) return path;
-  std::string trimmed = path;
-  while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.pop_back();
-  const std::string name = splitParent(trimmed).second;
+  // Taken names include dangling links: a new item must not land behind one.
+  if (!PathName::entryExists(path)) return path;
+  const std::string trimmed = PathName::withoutTrailingSlashes(path);
+  const std::string name = PathName::lastComponent(trimmed);
   const std::string dir = trimmed.substr(0, trimmed.size() - name.size());  // keeps its "/"
   std::string base = name, extension;
   const size_t dot = name.rfind('.');
@@ -195,7 +179,7 @@ std::string MonitorString::generateSolePath(const std::string& path) {
   for (int n = 1;; ++n) {
     std::string candidate = dir + base + "(" + std::to_string(n) + ")";
     if (!extension.empty()) candidate += "." + extension;
-    if (!exists(candidate)) return candidate;
+    if (!PathName::entryExists(candidate)) return candidate;
   }
 }
 

@@ -36,6 +36,7 @@ pid_t spawn(const std::vector<std::string>& argv, int in, int out, int err,
   connect(err, 2, O_WRONLY);
   if (!cwd.empty()) posix_spawn_file_actions_addchdir_np(&actions, cwd.c_str());
   std::vector<char*> args;
+  args.reserve(argv.size() + 1);
   for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
   pid_t pid = -1;

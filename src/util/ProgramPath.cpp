@@ -21,7 +21,9 @@ std::optional<std::string> ProgramPath::find(const std::string& name) {
     const std::string dir = path.substr(start, colon - start);
     start = colon + 1;
     if (dir.empty() || dir.front() != '/') continue;
-    const std::string candidate = dir + "/" + name;
+    std::string candidate = dir;
+    candidate += '/';
+    candidate += name;
     if (::access(candidate.c_str(), X_OK) == 0) return candidate;
   }
   return std::nullopt;

@@ -21,9 +21,7 @@ int usage() {
   return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   std::string host = "127.0.0.1";
   long port = 13145;
   std::string identity = vexa::XSocketServer::kHostIdentity;
@@ -80,4 +78,15 @@ int main(int argc, char** argv) {
   }
   channel->shutdown();
   std::_Exit(0);  // the reader of standard input may still be blocked
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {  // out of memory, say: said, not a crash
+    std::fprintf(stderr, "vexa-host: %s\n", e.what());
+    return 1;
+  }
 }

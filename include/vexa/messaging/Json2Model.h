@@ -24,7 +24,7 @@ struct VEXA_EXPORT genModelDeclated {
 
 // The value of a model property: absent, a JSON value, a model object, or a container of model
 // objects (for containers declared with a model element type).
-struct VEXA_EXPORT ModelValue {
+struct VEXA_EXPORT ModelValue {  // NOLINT(bugprone-exception-escape): plain members
   enum class Kind { Absent, Json, Model, ModelArray, ModelDictionary };
   Kind kind = Kind::Absent;
   nlohmann::json json;

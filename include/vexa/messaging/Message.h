@@ -15,7 +15,7 @@ namespace vexa {
 // Both may be absent. Properties: "name" (the primary key), then "parms".
 class VEXA_EXPORT Message : public Json2Model {
  public:
-  Message() = default;
+  Message() = default;  // NOLINT(bugprone-exception-escape): members that cannot throw
   explicit Message(std::string name, nlohmann::json parms = nullptr);
 
   // The name when it is a string; "" otherwise.

@@ -17,6 +17,7 @@ class VEXA_EXPORT Date {
   constexpr double timeIntervalSinceDate(Date other) const { return seconds_ - other.seconds_; }
   constexpr Date addingTimeInterval(double seconds) const { return Date(seconds_ + seconds); }
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): the defaulted comparison has no pointer to replace
   constexpr auto operator<=>(const Date&) const = default;
 
  private:

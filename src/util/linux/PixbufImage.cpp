@@ -129,7 +129,8 @@ uint32_t Image::pixel(int x, int y) const {
   if (x < 0 || y < 0 || x >= width() || y >= height()) return 0;
   const int channels = gdk_pixbuf_get_n_channels(impl_->pixbuf);
   const guchar* p = gdk_pixbuf_read_pixels(impl_->pixbuf) +
-                    y * gdk_pixbuf_get_rowstride(impl_->pixbuf) + x * channels;
+                    static_cast<ptrdiff_t>(y) * gdk_pixbuf_get_rowstride(impl_->pixbuf) +
+                    static_cast<ptrdiff_t>(x) * channels;
   const uint32_t alpha = channels == 4 ? p[3] : 255;
   return (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | alpha;
 }
