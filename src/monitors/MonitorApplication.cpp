@@ -270,11 +270,10 @@ void MonitorApplication::install(const std::string& path, std::unique_ptr<AppBun
 }
 
 void MonitorApplication::uninstallApp(const std::string& path) {
-  uninstall(path, AppBundle::open(path));
+  if (!recordAt(path)) uninstall(path, AppBundle::open(path));
 }
 
 void MonitorApplication::uninstall(const std::string& path, std::unique_ptr<AppBundle> bundle) {
-  if (recordAt(path)) return;
   // A record that does not fill is still reported to the delegate and the host, unstored.
   auto app = std::make_shared<AppFile>();
   app->needForceRemove = true;
@@ -327,11 +326,11 @@ void MonitorApplication::fileCreated(const std::string& path) {
 }
 
 void MonitorApplication::fileMoveIn(const std::string& path) {
-  auto bundle = AppBundle::open(path);
   if (!isInTrash(path)) {
-    install(path, std::move(bundle));
-  } else if (bundle || isApplication(path)) {
-    uninstall(path, std::move(bundle));
+    install(path, AppBundle::open(path));
+  } else if (!recordAt(path)) {  // else heard again: the dispatcher repeats
+    auto bundle = AppBundle::open(path);
+    if (bundle || isApplication(path)) uninstall(path, std::move(bundle));
   }
 }
 

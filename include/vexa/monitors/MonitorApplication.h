@@ -128,7 +128,8 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   MonitorApplication(MonitorDispatch& dispatch, XSocketServer& server);
   // Records the application opened at `path` (nothing when `bundle` is null) and announces it.
   void install(const std::string& path, std::unique_ptr<AppBundle> bundle);
-  // Records the application opened (or not) at a path in the Trash as removed and reports it.
+  // Records the application opened (or not) at a path in the Trash as removed and reports it,
+  // unless the path has a record by the time the table is changed.
   void uninstall(const std::string& path, std::unique_ptr<AppBundle> bundle);
   // Marks `app`, still the record of the deleted `path` when stored, removed, and reports it.
   void confirmRemoval(const std::string& path, const std::shared_ptr<const AppFile>& app);
