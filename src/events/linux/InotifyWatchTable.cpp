@@ -69,6 +69,13 @@ void InotifyWatchTable::forgetTree(const std::string& path, const Release& relea
   });
 }
 
+void InotifyWatchTable::forget(const std::string& path, const Release& release) {
+  auto found = watchOfPath_.find(path);
+  if (found == watchOfPath_.end()) return;
+  drop(found, release);
+  watchOfPath_.erase(found);
+}
+
 void InotifyWatchTable::forgetOutside(const std::vector<std::string>& roots,
                                       const Release& release) {
   for (auto it = watchOfPath_.begin(); it != watchOfPath_.end();) {

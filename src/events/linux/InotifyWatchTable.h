@@ -41,6 +41,8 @@ class InotifyWatchTable {
 
   // Drops the watches of `path` and of everything under it, giving each to `release` when set.
   void forgetTree(const std::string& path, const Release& release);
+  // Drops the watch of `path` alone (nothing under it), giving it to `release` when set.
+  void forget(const std::string& path, const Release& release);
   // Drops (and releases) the watches under none of `roots`.
   void forgetOutside(const std::vector<std::string>& roots, const Release& release);
   // A watched folder has a new name: the watches of its subtree follow it.
