@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
         BitCase{"ChildWrittenIsNotAWrite", true, kAll, IN_MODIFY, "x", Change::None, 0},
         BitCase{"ChildChmodIsNothing", true, kAll, IN_ATTRIB, "x", Change::None, 0},
         BitCase{"FolderChmod", true, kAll, IN_ATTRIB, "", Change::None, kAttributeChange}),
-    [](const auto& info) { return std::string(info.param.label); });
+    [](const auto& test) { return std::string(test.param.label); });
 
 TEST(InotifyWatchQueueMask, KernelMaskFollowsTheSubscribedBits) {
   EXPECT_EQ(InotifyWatchQueue::kernelMask(kWrite, false), uint32_t{IN_MODIFY});
