@@ -1,6 +1,6 @@
 # One interface target carries the warning flags and sanitizer options for our own code.
 add_library(vexa_options INTERFACE)
-target_compile_options(vexa_options INTERFACE -Wall -Wextra -Werror)
+target_compile_options(vexa_options INTERFACE -Wall -Wextra -Wshadow -Werror)
 
 if(VEXA_SANITIZE STREQUAL "address")
   # vptr checks read process maps, which fails in the tests that run out of descriptors on purpose.

@@ -82,7 +82,7 @@ std::optional<std::string> AppIconCache::iconPathFor(
 
 std::string AppIconCache::createThumb(const std::string& source,
                                       const std::string& cacheName) const {
-  const std::string target = (fs::path(folder_) / (safeFileName(cacheName) + ".png")).string();
+  std::string target = (fs::path(folder_) / (safeFileName(cacheName) + ".png")).string();
   if (PathName::exists(source) && !PathName::exists(target)) {
     AtomicFile::createFolders(folder_);
     writeOnce(BrindleUtility::createThumbnailWithImage(Image::load(source), kIconEdge), target);

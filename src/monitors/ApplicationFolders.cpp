@@ -36,12 +36,11 @@ void findBundles(const std::filesystem::path& folder, int depth, std::vector<std
     const std::string path = item.path().string();
     std::error_code typeError;
     const bool directory = item.is_directory(typeError);
-    if (directory && hasBundleSuffix(path)) {
+    const bool found = directory ? hasBundleSuffix(path) : AppImageBundle::hasMark(path);
+    if (found) {
       out.push_back(path);
     } else if (directory && !item.is_symlink(typeError) && depth > 1) {
       findBundles(item.path(), depth - 1, out);
-    } else if (!directory && AppImageBundle::hasMark(path)) {
-      out.push_back(path);
     }
   }
 }

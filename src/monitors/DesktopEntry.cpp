@@ -88,7 +88,11 @@ std::optional<std::string> DesktopEntry::localized(
     }
     const std::string base = language.substr(0, language.find_first_of(".@"));
     for (const std::string& tag : {base, base.substr(0, base.find('_'))}) {
-      if (auto v = value(key + "[" + tag + "]")) return v;
+      std::string localized = key;
+      localized += '[';
+      localized += tag;
+      localized += ']';
+      if (auto v = value(localized)) return v;
     }
   }
   return value(key);

@@ -120,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
                      {2, IN_MOVED_TO | IN_ISDIR, 77, "in"},
                      {"#1 renamed dir /r/sub/in", "watch /r/sub/in"}},
         SingleRecord{"FileMovedIn", {2, IN_MOVED_TO, 77, "in"}, {"#1 renamed file /r/sub/in"}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(InotifyTranslatorTest, BothHalvesOfAMoveInOneReadAreTwoEventsInARow) {
   read({{2, IN_MOVED_FROM, 9, "a"}, {3, IN_MOVED_TO, 9, "b"}, {1, IN_CREATE, 0, "c"}});

@@ -139,7 +139,7 @@ TEST_P(PeerPolicyServerTest, AFloodFromAnotherUserLeavesTheHostServedAndTheLogQu
 }
 
 INSTANTIATE_TEST_SUITE_P(Loopback, PeerPolicyServerTest, ::testing::Values(kIPv4, "::1"),
-                         [](const auto& info) { return info.index == 0 ? "IPv4" : "IPv6"; });
+                         [](const auto& test) { return test.index == 0 ? "IPv4" : "IPv6"; });
 
 }  // namespace
 }  // namespace vexa

@@ -13,7 +13,7 @@ namespace {
 // Answers every lookup with one owner (or one error) and counts the lookups.
 class FixedCredentials : public PeerCredentials {
  public:
-  explicit FixedCredentials(std::variant<uint32_t, std::error_code> answer) : answer(answer) {}
+  explicit FixedCredentials(std::variant<uint32_t, std::error_code> owner) : answer(owner) {}
   std::variant<uint32_t, std::error_code> ownerOfPeer(const SocketTuple&) override {
     ++lookups;
     return answer;
@@ -86,9 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"another machine, allowed", kRemote4, 1000u, true, nullptr, false},
         Case{"another user is refused even when remote ones are allowed", kLoopback4, 65534u, true,
              SameUserPolicy::kOtherUser, true}),
-    [](const auto& info) {
+    [](const auto& test) {
       std::string name;
-      for (const char* p = info.param.what; *p; ++p) name += std::isalnum(*p) ? *p : '_';
+      for (const char* p = test.param.what; *p; ++p) name += std::isalnum(*p) ? *p : '_';
       return name;
     });
 
