@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -148,6 +149,25 @@ TEST(FSWatchQueueLive, APathRemovedBeforeItIsAddedIsNotWatched) {
   EXPECT_EQ(queue->numberOfWatchedPaths(), 0u);
   ASSERT_EQ(logged.size(), 1u);
   EXPECT_NE(logged[0].find("tried to add the path " + (dir / "gone")), std::string::npos);
+}
+
+TEST(FSWatchQueueLive, WithoutAnInotifyInstanceThereIsNoQueueAndTheLimitIsNamed) {
+  rlimit old{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  const int lowestFree = ::dup(0);
+  ASSERT_GE(lowestFree, 0);
+  ::close(lowestFree);
+  rlimit low = old;
+  low.rlim_cur = static_cast<rlim_t>(lowestFree);  // no new descriptor can be had
+  std::vector<std::string> logged;
+  SystemLog::setSink([&](const std::string& m) { logged.push_back(m); });
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  auto queue = FSWatchQueue::create();
+  ::setrlimit(RLIMIT_NOFILE, &old);
+  SystemLog::setSink(nullptr);
+  EXPECT_EQ(queue, nullptr);
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_NE(logged[0].find("fs.inotify.max_user_instances"), std::string::npos);
 }
 
 TEST(FSWatchQueueLive, AnUnmountedFileSystemRevokesAccess) {

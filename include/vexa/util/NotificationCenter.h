@@ -19,7 +19,7 @@ namespace vexa {
 struct VEXA_EXPORT Notification {
   std::string name;
   const void* object = nullptr;
-  nlohmann::json userInfo;
+  nlohmann::json userInfo = nlohmann::json::object();
 };
 
 // The process's notification centre, in the manner of the platform's: observers register for a
@@ -44,7 +44,8 @@ class VEXA_EXPORT NotificationCenter {
   uint64_t addObserver(const std::string& name, const void* object, Observer observer);
   void removeObserver(uint64_t token);
 
-  void post(const std::string& name, const void* object, const nlohmann::json& userInfo = {});
+  void post(const std::string& name, const void* object,
+            const nlohmann::json& userInfo = nlohmann::json::object());
 
  private:
   struct Registration {
