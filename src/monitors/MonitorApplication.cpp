@@ -35,6 +35,15 @@ bool startsWithAny(const std::string& path, const std::vector<std::string>& pref
                      [&](const std::string& prefix) { return PathName::hasPrefix(path, prefix); });
 }
 
+// Two records of one application, as far as the host is concerned: the dates of last use change
+// whenever the application is merely read.
+bool sameApplication(const AppFile& a, const AppFile& b) {
+  AppFile x = a, y = b;
+  x.lastUseDate = y.lastUseDate = 0;
+  x.usedCount = y.usedCount = 0;
+  return x.toJSON() == y.toJSON();
+}
+
 bool isInTrash(const std::string& path) {
   const auto trash = MonitorString::userTrashPath();
   return trash && PathName::hasPrefix(path, *trash);
@@ -258,13 +267,18 @@ void MonitorApplication::installApp(const std::string& path) {
   if (PathName::exists(path)) install(path, AppBundle::open(path));
 }
 
-void MonitorApplication::install(const std::string& path, std::unique_ptr<AppBundle> bundle) {
+void MonitorApplication::install(const std::string& path, std::unique_ptr<AppBundle> bundle,
+                                 bool onlyWhenChanged) {
   if (!bundle) return;
   auto app = std::make_shared<AppFile>();
   if (!recordBuilder(*this).fill(*bundle, *app)) return;
   bundle.reset();  // an AppImage's unpacked files go now, not under the lock
   auto send = announcement("InstallCommand", path, *app);
   std::lock_guard lock(lock_);
+  if (onlyWhenChanged) {
+    auto it = apps_.find(path);
+    if (it != apps_.end() && sameApplication(*it->second, *app)) return;
+  }
   apps_[path] = std::move(app);
   announcer_->post(std::move(send));
 }
@@ -309,9 +323,11 @@ void MonitorApplication::confirmRemoval(const std::string& path,
   Snapshot snapshot;
   {
     std::lock_guard lock(lock_);
-    // A record made again for the path since (a new install) is not this one: it stays.
+    // A record made again for the path since (a new install) is not this one: it stays. A
+    // record marked already was reported by an earlier check (the event came twice).
     auto it = apps_.find(path);
-    if (it != apps_.end() && it->second == app) it->second = marked;
+    if (it == apps_.end() || it->second != app) return;
+    it->second = marked;
     snapshot = snapshotLocked();
   }
   writeCache(snapshot);
@@ -338,6 +354,16 @@ void MonitorApplication::fileMoveOut(const std::string& path) {
   if (!isApplication(path)) return;
   std::lock_guard lock(lock_);
   apps_.erase(path);
+}
+
+void MonitorApplication::fileMoveOrRename(const std::string& source, const std::string& target) {
+  const bool fromApplication = AppBundle::hasApplicationName(source);
+  const bool toApplication = AppBundle::hasApplicationName(target);
+  if (toApplication && !fromApplication) {
+    if (!isInTrash(target)) install(target, AppBundle::open(target), true);
+  } else if (fromApplication && !toApplication) {
+    removeApp(source, kRemoveDelaySeconds);
+  }
 }
 
 void MonitorApplication::fileRemove(const std::string& path) {

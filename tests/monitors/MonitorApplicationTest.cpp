@@ -246,6 +246,55 @@ TEST_F(MonitorApplicationTest, InstallsUnderAnInstallPathAreAnnounced) {
   EXPECT_EQ(listener->removals.count(), 0);
 }
 
+// Package managers, editors and downloaders write under a temporary name and rename into place.
+// The dispatcher reports each rename once per side it watches: twice here.
+TEST_F(MonitorApplicationTest, ApplicationsRenamedIntoPlaceAreInstalledAndUpdatedOnce) {
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+  auto renamed = [&](const std::string& from, const std::string& to) {
+    fs::rename(from, to);
+    monitor->fileMoveOrRename(from, to);
+    monitor->fileMoveOrRename(from, to);
+  };
+
+  const std::string viewer = dir / "home/Applications/viewer.desktop";
+  renamed(makeDesktopEntry(dir, "home/Applications/viewer.desktop.dpkg-new", "Viewer",
+                           "X-AppVersion=1.0\n"),
+          viewer);
+  json message = receive(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], viewer);
+  EXPECT_EQ(message["parms"]["AppFile"]["appVersion"], "1.0");
+
+  // An upgrade replaces the entry by another rename: announced again, with the new version.
+  renamed(makeDesktopEntry(dir, "home/Applications/.goutputstream-7QX2", "Viewer",
+                           "X-AppVersion=2.0\n"),
+          viewer);
+  message = receive(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appVersion"], "2.0");
+  EXPECT_EQ(monitor->apps().at(viewer)->appVersion, "2.0");
+
+  // A bundle finished under a partial name.
+  const std::string editor = dir / "home/Applications/Editor.app";
+  renamed(makeBundle(dir, "home/Applications/Editor.app.partial"), editor);
+  message = receive(*host);  // and not a second viewer announcement before it
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], editor);
+
+  // Renamed from one application name to another: left alone.
+  renamed(editor, dir / "home/Applications/Writer.app");
+  EXPECT_FALSE(monitor->apps().count(dir / "home/Applications/Writer.app"));
+
+  // Renamed away to a name no application has, then deleted: a removal, confirmed later.
+  renamed(viewer, viewer + ".dpkg-old");
+  fs::remove(viewer + ".dpkg-old");
+  ASSERT_TRUE(listener->removals.waitFor(1, std::chrono::seconds(30)));
+  EXPECT_EQ(listener->removedPaths(), std::vector<std::string>{viewer});
+  EXPECT_TRUE(monitor->apps().at(viewer)->needForceRemove);
+  EXPECT_FALSE(host->receive(100));  // nothing else was announced on the way
+}
+
 TEST_F(MonitorApplicationTest, WithoutInstallPathsNothingIsAnnounced) {
   monitor->startMonitor();
   auto host = connectHost(json::array());

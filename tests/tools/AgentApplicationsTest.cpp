@@ -179,3 +179,33 @@ TEST_F(AgentApplicationsTest, ACacheSurvivesAKillInTheMiddleOfWrites) {
 
 }  // namespace
 }  // namespace vexa
+
+namespace vexa {
+namespace {
+
+// A package manager's install: the entry is written under a temporary name and renamed into
+// place. The host hears of it once, as of any new application.
+TEST_F(AgentApplicationsTest, AnEntryRenamedIntoPlaceIsAnnouncedOnce) {
+  const std::string port = startAgent();
+  auto host = startHost(port);
+  const std::string entry = dir / "home/.local/share/applications/org.example.Pkg.desktop";
+  fs::rename(test::makeDesktopEntry(dir,
+                                    "home/.local/share/applications/org.example.Pkg.desktop"
+                                    ".dpkg-new",
+                                    "Pkg", "X-AppVersion=3.1\n"),
+             entry);
+  json message = nextMessage(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], entry);
+  EXPECT_EQ(message["parms"]["AppFile"]["appVersion"], "3.1");
+
+  // The next thing the host hears is the next application, not the same one again.
+  const std::string next = test::makeDesktopEntry(
+      dir, "home/.local/share/applications/org.example.Next.desktop", "Next");
+  message = nextMessage(*host);
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], next);
+  stopAgent();
+}
+
+}  // namespace
+}  // namespace vexa

@@ -108,6 +108,12 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   void fileCreated(const std::string& path) override;
   void fileMoveIn(const std::string& path) override;
   void fileMoveOut(const std::string& path) override;
+  // Installers write under a temporary name and rename into place (package managers' ".dpkg-new",
+  // editors' ".goutputstream-", partial downloads): an application that appears by such a rename
+  // is installed, one renamed over another is updated, and one renamed away to a name that is
+  // not an application's is removed. A rename from one application name to another is left
+  // alone.
+  void fileMoveOrRename(const std::string& source, const std::string& target) override;
   void fileRemove(const std::string& path) override;
 
   // The host's commands.
@@ -127,7 +133,10 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
 
   MonitorApplication(MonitorDispatch& dispatch, XSocketServer& server);
   // Records the application opened at `path` (nothing when `bundle` is null) and announces it.
-  void install(const std::string& path, std::unique_ptr<AppBundle> bundle);
+  // With `onlyWhenChanged`, a record equal to the stored one (dates of use aside) is neither
+  // stored nor announced: the dispatcher reports a rename once for each side it watches.
+  void install(const std::string& path, std::unique_ptr<AppBundle> bundle,
+               bool onlyWhenChanged = false);
   // Records the application opened (or not) at a path in the Trash as removed and reports it,
   // unless the path has a record by the time the table is changed.
   void uninstall(const std::string& path, std::unique_ptr<AppBundle> bundle);
