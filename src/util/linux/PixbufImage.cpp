@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "util/AtomicFile.h"
 #include "vexa/util/Image.h"
 
 namespace vexa {
@@ -79,25 +80,22 @@ class FirstUse {
 }  // namespace
 
 std::shared_ptr<Image> Image::load(const std::string& path) {
-  gchar* contents = nullptr;
-  gsize length = 0;
-  if (!g_file_get_contents(path.c_str(), &contents, &length, nullptr)) return nullptr;
-  std::unique_ptr<gchar, decltype(&g_free)> owner(contents, g_free);
-  if (length == 0 || length > kMaxFile) return nullptr;
-  const char* format = formatOf(std::string(contents, std::min<gsize>(length, 512)));
+  // Read by us, closed on exec: GLib's own file reading leaves the descriptor to children that
+  // other threads spawn meanwhile.
+  const auto contents = AtomicFile::read(path, kMaxFile);
+  if (!contents || contents->empty()) return nullptr;
+  const char* format = formatOf(contents->substr(0, 512));
   FirstUse firstUse(format);
-  GdkPixbufLoader* loader =
+  g_autoptr(GdkPixbufLoader) loader =
       format ? gdk_pixbuf_loader_new_with_type(format, nullptr) : gdk_pixbuf_loader_new();
   if (!loader) loader = gdk_pixbuf_loader_new();
   g_signal_connect(loader, "size-prepared", G_CALLBACK(limitSize), nullptr);
-  const bool written =
-      gdk_pixbuf_loader_write(loader, reinterpret_cast<const guchar*>(contents), length, nullptr);
+  const bool written = gdk_pixbuf_loader_write(
+      loader, reinterpret_cast<const guchar*>(contents->data()), contents->size(), nullptr);
   const bool closed = gdk_pixbuf_loader_close(loader, nullptr);
   GdkPixbuf* pixbuf = written && closed ? gdk_pixbuf_loader_get_pixbuf(loader) : nullptr;
-  if (pixbuf) g_object_ref(pixbuf);
-  g_object_unref(loader);
   if (!pixbuf) return nullptr;
-  return std::make_shared<Image>(std::make_unique<Impl>(pixbuf));
+  return std::make_shared<Image>(std::make_unique<Impl>(GDK_PIXBUF(g_object_ref(pixbuf))));
 }
 
 std::shared_ptr<Image> Image::filled(int width, int height, uint32_t rgba) {
@@ -137,10 +135,13 @@ uint32_t Image::pixel(int x, int y) const {
 
 bool Image::writePNG(const std::string& path) const {
   FirstUse firstUse("png writer");
-  GError* error = nullptr;
-  const gboolean saved = gdk_pixbuf_save(impl_->pixbuf, path.c_str(), "png", &error, nullptr);
-  g_clear_error(&error);
-  return saved;
+  g_autofree gchar* buffer = nullptr;
+  gsize size = 0;
+  if (!gdk_pixbuf_save_to_buffer(impl_->pixbuf, &buffer, &size, "png", nullptr, nullptr)) {
+    return false;
+  }
+  // Replaced in one step, through a descriptor closed on exec.
+  return !AtomicFile::write(path, std::string_view(buffer, size), 0644);
 }
 
 }  // namespace vexa
