@@ -23,6 +23,8 @@ struct string_list {
 };
 
 typedef void (*shell_line_callback)(const char* line);
+/* Hears of each item an application walk finds: kind 1 an application, 0 a plain folder. */
+typedef void (*app_walk_callback)(const char* path, int kind);
 
 /* File tests: 1 true, 0 false. The existence tests require execute access (X_OK). */
 VEXA_EXPORT int is_folder_exist(const char* path);
@@ -77,6 +79,17 @@ VEXA_EXPORT char* extensions(const char* path, int type);
 VEXA_EXPORT char* get_file_name(const char* path);
 VEXA_EXPORT char* get_file_short_name(const char* path, const char* extension);
 VEXA_EXPORT int compare_version(const char* a, const char* b);
+
+/* Application walks. They report ".app" folders (never entered), applications that are regular
+ * files (desktop entries, AppImages) and plain folders (reported, then walked), depth first, in
+ * directory order; dot-names, names ending in ".DS_Store", other package kinds (".localized",
+ * ".bundle", ...), links and special files are passed over. Neither depth nor path length is
+ * limited. A walk ends early once *stop reads 1 (stop may be NULL; another thread may set it).
+ * A folder that cannot be opened prints "Error opening PATH" on standard output. */
+/* Walks `path` if it is a folder; when `root` is 0 the walk owns `path` and frees it. */
+VEXA_EXPORT void trv_all_app(char* path, int root, app_walk_callback callback, int* stop);
+/* The same walk of `path` (never freed), with one trailing "/" of it left out of the paths. */
+VEXA_EXPORT void trv_sub_app(const char* path, app_walk_callback callback, int* stop);
 
 #ifdef __cplusplus
 }
