@@ -91,6 +91,16 @@ VEXA_EXPORT void trv_all_app(char* path, int root, app_walk_callback callback, i
 /* The same walk of `path` (never freed), with one trailing "/" of it left out of the paths. */
 VEXA_EXPORT void trv_sub_app(const char* path, app_walk_callback callback, int* stop);
 
+/* The walks' call-backs of the application-folder and Trash watchers; they act for the watcher
+ * whose walk calls them, and for the shared one when a host walks with them itself. Kind 0 is
+ * ignored by the last two. */
+/* Records an application (kind 1) or plain folder (0) for the application-folder watcher. */
+VEXA_EXPORT void applicationcallback(const char* path, int kind);
+/* Records an application found in the Trash. */
+VEXA_EXPORT void appcallback(const char* path, int kind);
+/* Tells of an application that came into the Trash inside a moved folder. */
+VEXA_EXPORT void folder_app_callback(const char* path, int kind);
+
 #ifdef __cplusplus
 }
 #endif

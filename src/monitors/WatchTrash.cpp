@@ -1,0 +1,281 @@
+#include "vexa/monitors/WatchTrash.h"
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <optional>
+#include <set>
+
+#include "monitors/AppBundle.h"
+#include "monitors/AppWalkHook.h"
+#include "monitors/CoalescingTask.h"
+#include "monitors/PathList.h"
+#include "monitors/TrashFolder.h"
+#include "monitors/WeakQueueDelegate.h"
+#include "util/PathName.h"
+#include "vexa/events/FSWatchQueue.h"
+#include "vexa/util/DispatchQueue.h"
+#include "vexa/util/RunLoop.h"
+#include "vexa/util/SystemLog.h"
+#include "vexa/util/Utilities.h"
+
+namespace vexa {
+
+namespace {
+
+// The instance whose walk runs on this thread (appcallback's target), and the list a walk of
+// an item moved into the Trash fills (folder_app_callback's).
+thread_local WatchTrash* scanning = nullptr;
+thread_local std::vector<std::string>* movedApps = nullptr;
+
+bool isApplicationName(const std::string& path) { return AppBundle::hasApplicationName(path); }
+
+std::pair<uint64_t, uint64_t> identityOf(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) return {0, 0};
+  return {static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
+}
+
+}  // namespace
+
+WatchTrash& WatchTrash::shared() {
+  static auto* instance = new std::shared_ptr<WatchTrash>(create());
+  return **instance;
+}
+
+std::shared_ptr<WatchTrash> WatchTrash::create() {
+  std::shared_ptr<WatchTrash> watch(new WatchTrash());
+  std::weak_ptr<WatchTrash> weak = watch;
+  if (watch->queue_) watch->queue_->setDelegate(std::make_shared<WeakQueueDelegate>(weak));
+  watch->scanTask_ = std::make_unique<CoalescingTask>(DispatchQueue::global(), [weak] {
+    if (auto self = weak.lock()) self->scan();
+  });
+  return watch;
+}
+
+WatchTrash::WatchTrash() : queue_(FSWatchQueue::create()) { AppWalkHook::install(); }
+
+WatchTrash::~WatchTrash() = default;
+
+std::shared_ptr<TrashWatchDelegate> WatchTrash::delegate() const {
+  std::lock_guard lock(lock_);
+  return delegate_;
+}
+
+void WatchTrash::setDelegate(std::shared_ptr<TrashWatchDelegate> delegate) {
+  std::lock_guard lock(lock_);
+  delegate_ = std::move(delegate);
+}
+
+void WatchTrash::startWatch(int* stop) {
+  const std::string trash = TrashFolder::prepare();
+  {
+    std::lock_guard lock(lock_);
+    isStop_ = stop;
+    trashPath_ = trash;
+    currApps_.clear();
+    startPending_ = true;
+    watching_ = true;
+  }
+  if (trash.empty()) return;
+  if (queue_) queue_->addPath(trash, watchqueue::kWrite);
+  scanTask_->request();
+}
+
+void WatchTrash::stopWatch() {
+  if (queue_) queue_->removeAllPaths();
+  int* stop = nullptr;
+  {
+    std::lock_guard lock(lock_);
+    watching_ = false;
+    stop = isStop_;
+  }
+  if (stop) std::atomic_ref<int>(*stop).store(1, std::memory_order_relaxed);
+}
+
+std::vector<std::string> WatchTrash::walk(const std::string& trash, int* stop) {
+  {
+    std::lock_guard lock(lock_);
+    currApps_.clear();
+  }
+  scanning = this;
+  trv_sub_app(trash.c_str(), appcallback, stop);
+  scanning = nullptr;
+  std::lock_guard lock(lock_);
+  return std::exchange(currApps_, {});
+}
+
+void WatchTrash::scan() {
+  std::string trash;
+  int* stop = nullptr;
+  {
+    std::lock_guard lock(lock_);
+    trash = trashPath_;
+    stop = isStop_;
+  }
+  if (trash.empty()) return;
+  auto found = walk(trash, stop);
+  const uint64_t size = TrashFolder::sizeOfFileWithPath(trash);
+  RunLoop::main().post([weak = weak_from_this(), found = std::move(found), size] {
+    if (auto self = weak.lock()) self->applyScan(found, size);
+  });
+}
+
+void WatchTrash::applyScan(const std::vector<std::string>& found, uint64_t size) {
+  std::vector<std::string> added;
+  std::optional<uint64_t> sizeToTell;
+  std::shared_ptr<TrashWatchDelegate> delegate;
+  {
+    std::lock_guard lock(lock_);
+    if (!watching_) return;
+    delegate = delegate_;
+    if (std::exchange(startPending_, false)) {
+      for (const auto& path : found) {
+        if (PathName::exists(path)) recordLocked(path);
+      }
+      prevUsedSize_ = size;
+      sizeToTell = size;
+    } else {
+      // An application renamed in the Trash is the one that left under its old name.
+      std::set<std::pair<uint64_t, uint64_t>> gone;
+      for (const auto& known : std::vector<std::string>(watchApps_)) {
+        if (isApplicationName(known) && !PathList::contains(found, known)) {
+          gone.insert(identities_[known]);
+          forgetLocked(known);
+        }
+      }
+      for (const auto& path : found) {
+        if (!isApplicationName(path) || PathList::contains(watchApps_, path)) continue;
+        if (recordLocked(path) && !gone.count(identities_[path])) added.push_back(path);
+      }
+      if (size != prevUsedSize_) sizeToTell = size;
+    }
+  }
+  if (!delegate) return;
+  for (const auto& path : added) delegate->trashAddedApp(path);
+  if (sizeToTell) delegate->trashUsedSizeChanged(*sizeToTell);
+}
+
+void WatchTrash::moveToTrash(const std::string& path) {
+  int* stop = nullptr;
+  {
+    std::lock_guard lock(lock_);
+    stop = isStop_;
+  }
+  DispatchQueue::global().async([weak = weak_from_this(), path, stop] {
+    std::vector<std::string> apps;
+    std::vector<char> root(path.begin(), path.end());
+    root.push_back(0);
+    movedApps = &apps;
+    trv_all_app(root.data(), 1, folder_app_callback, stop);
+    movedApps = nullptr;
+    RunLoop::main().post([weak, apps = std::move(apps)] {
+      if (auto self = weak.lock()) {
+        for (const auto& app : apps) self->notifyMovedApp(app);
+      }
+    });
+  });
+}
+
+void WatchTrash::notifyMovedApp(const std::string& path) {
+  if (!isApplicationName(path)) return;
+  if (!RunLoop::isMainThread()) {
+    RunLoop::main().post([weak = weak_from_this(), path] {
+      if (auto self = weak.lock()) self->notifyMovedApp(path);
+    });
+    return;
+  }
+  if (queue_) queue_->addPath(path, watchqueue::kRename | watchqueue::kDelete);
+  std::shared_ptr<TrashWatchDelegate> delegate;
+  {
+    std::lock_guard lock(lock_);
+    if (!recordLocked(path)) return;
+    delegate = delegate_;
+  }
+  if (delegate) delegate->trashAddedApp(path);
+}
+
+void WatchTrash::fillAppByPath(const std::string& path) {
+  std::lock_guard lock(lock_);
+  PathList::add(currApps_, path);
+}
+
+std::vector<std::string> WatchTrash::currApps() const {
+  std::lock_guard lock(lock_);
+  return currApps_;
+}
+
+std::vector<std::string> WatchTrash::watchApps() const {
+  std::lock_guard lock(lock_);
+  return watchApps_;
+}
+
+uint64_t WatchTrash::sizeOfFileWithPath(const std::string& path) {
+  return TrashFolder::sizeOfFileWithPath(path);
+}
+
+uint64_t WatchTrash::folderSizeAtPath(const std::string& folder) {
+  return TrashFolder::folderSizeAtPath(folder);
+}
+
+nlohmann::json WatchTrash::commonAttributesOfFile(const std::string& path) {
+  return TrashFolder::commonAttributesOfFile(path);
+}
+
+void WatchTrash::watchQueueReceivedNotification(FSWatchQueue& queue, const std::string& name,
+                                                const std::string& path) {
+  (void)queue;
+  if (name == WatchQueueDeleteNotification) {
+    std::lock_guard lock(lock_);
+    forgetLocked(path);
+  } else if (name == WatchQueueWriteNotification) {
+    scanTask_->request();
+  }
+}
+
+void WatchTrash::watchQueueDeleted(FSWatchQueue& queue, const std::string& path) {
+  (void)queue;
+  std::lock_guard lock(lock_);
+  forgetLocked(path);
+}
+
+void WatchTrash::watchQueueRename(FSWatchQueue& queue, const std::string& newPath,
+                                  const std::string& oldPath) {
+  (void)queue;
+  if (newPath == oldPath || !isApplicationName(oldPath)) return;
+  std::lock_guard lock(lock_);
+  forgetLocked(oldPath);
+  recordLocked(newPath);
+}
+
+bool WatchTrash::recordLocked(const std::string& path) {
+  if (!PathList::add(watchApps_, path)) return false;
+  identities_[path] = identityOf(path);
+  return true;
+}
+
+void WatchTrash::forgetLocked(const std::string& path) {
+  PathList::remove(watchApps_, path);
+  identities_.erase(path);
+}
+
+}  // namespace vexa
+
+extern "C" {
+
+void appcallback(const char* path, int kind) {
+  if (!path || kind != 1) return;
+  (vexa::scanning ? *vexa::scanning : vexa::WatchTrash::shared()).fillAppByPath(path);
+}
+
+void folder_app_callback(const char* path, int kind) {
+  if (!path || kind != 1) return;
+  vexa::SystemLog::log("Path add is %s", vexa::PathName::lastComponent(path).c_str());
+  if (vexa::movedApps) {
+    vexa::movedApps->push_back(path);
+  } else {
+    vexa::WatchTrash::shared().notifyMovedApp(path);
+  }
+}
+
+}  // extern "C"

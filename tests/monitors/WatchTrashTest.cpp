@@ -1,0 +1,112 @@
+#include "vexa/monitors/WatchTrash.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "support/AppFixtures.h"
+#include "support/IsolatedHome.h"
+#include "vexa/monitors/WatchApplication.h"
+#include "vexa/util/RunLoop.h"
+
+namespace vexa {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+// Every delegate call, in order, as "added PATH", "size N" or "trashed PATH"; main thread only.
+struct Recorder : TrashWatchDelegate, ApplicationsWatchDelegate {
+  void trashAddedApp(const std::string& path) override { calls.push_back("added " + path); }
+  void trashUsedSizeChanged(uint64_t size) override {
+    calls.push_back("size " + std::to_string(size));
+  }
+  void appAdded(const std::string& path) override { calls.push_back("app " + path); }
+  void movedToTrash(const std::string& path) override { calls.push_back("trashed " + path); }
+  std::vector<std::string> calls;
+};
+
+class WatchTrashTest : public ::testing::Test {
+ protected:
+  WatchTrashTest() { watch->setDelegate(recorder); }
+  ~WatchTrashTest() override { watch->stopWatch(); }
+  // Pumps the main loop until `call` has been made.
+  bool heard(const std::string& call) {
+    return RunLoop::main().runUntil([&] { return count(call) > 0; }, 10s);
+  }
+  size_t count(const std::string& call) const {
+    return static_cast<size_t>(std::count(recorder->calls.begin(), recorder->calls.end(), call));
+  }
+  void start() {
+    watch->startWatch(&stop);
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return !recorder->calls.empty(); }, 10s));
+  }
+  std::string size(const std::string& path) const {
+    return "size " + std::to_string(WatchTrash::sizeOfFileWithPath(path));
+  }
+
+  test::IsolatedHome isolated;
+  const test::TempDir& dir = isolated.dir;
+  std::string trash = isolated.trash();
+  int stop = 0;
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+  std::shared_ptr<WatchTrash> watch = WatchTrash::create();
+};
+
+TEST_F(WatchTrashTest, AnApplicationMovedInIsAddedOnceAndLaterWritesReportTheSize) {
+  start();
+  EXPECT_EQ(recorder->calls, std::vector<std::string>{"size 0"});
+  const std::string app = test::makeBundle(dir, "home/Applications/A.app");
+  fs::rename(app, trash + "/A.app");
+  ASSERT_TRUE(heard("added " + trash + "/A.app"));
+  ASSERT_TRUE(heard(size(trash)));
+  dir.write("home/.local/share/Trash/files/note", "n");
+  ASSERT_TRUE(heard(size(trash)));  // the size differs from the one at start: told again
+  EXPECT_EQ(count("added " + trash + "/A.app"), 1U);
+  EXPECT_EQ(watch->watchApps(), std::vector<std::string>{trash + "/A.app"});
+}
+
+TEST_F(WatchTrashTest, ApplicationsAlreadyThereAreKnownWithoutACallBack) {
+  test::makeBundle(dir, "home/.local/share/Trash/files/Old.app");
+  test::makeDesktopEntry(dir, "home/.local/share/Trash/files/folder/viewer.desktop");
+  start();
+  EXPECT_EQ(recorder->calls, std::vector<std::string>{size(trash)});
+  auto known = watch->watchApps();
+  std::sort(known.begin(), known.end());
+  EXPECT_EQ(known,
+            (std::vector<std::string>{trash + "/Old.app", trash + "/folder/viewer.desktop"}));
+}
+
+TEST_F(WatchTrashTest, ARenameInTheTrashReplacesTheEntryWithoutACallBack) {
+  start();
+  fs::rename(test::makeBundle(dir, "home/Applications/A.app"), trash + "/A.app");
+  ASSERT_TRUE(heard("added " + trash + "/A.app"));
+  const size_t calls = recorder->calls.size();
+  fs::rename(trash + "/A.app", trash + "/B.app");
+  ASSERT_TRUE(RunLoop::main().runUntil(
+      [&] { return watch->watchApps() == std::vector<std::string>{trash + "/B.app"}; }, 10s));
+  for (size_t i = calls; i < recorder->calls.size(); ++i) {
+    EXPECT_EQ(recorder->calls[i].rfind("size ", 0), 0U) << recorder->calls[i];
+  }
+}
+
+TEST_F(WatchTrashTest, TheWatchedApplicationsFolderMovedIntoTheTrash) {
+  // The root and its applications arrive in the Trash: the application watcher says so, and
+  // the shared Trash watcher tells of each application in it.
+  const std::string root = dir / "sys/applications";
+  test::makeBundle(dir, "sys/applications/One.app");
+  test::makeDesktopEntry(dir, "sys/applications/games/two.desktop", "Two");
+  auto apps = WatchApplication::create(root);
+  apps->setDelegate(recorder);
+  WatchTrash::shared().setDelegate(recorder);
+  apps->startWatch(&stop);
+  fs::rename(root, trash + "/applications");
+  ASSERT_TRUE(heard("trashed " + trash + "/applications"));
+  ASSERT_TRUE(heard("added " + trash + "/applications/One.app"));
+  ASSERT_TRUE(heard("added " + trash + "/applications/games/two.desktop"));
+  apps->stopWatch();
+}
+
+}  // namespace
+}  // namespace vexa
