@@ -40,9 +40,13 @@ class AgentApplicationsTest : public ::testing::Test {
     EXPECT_TRUE(greeting && greeting->find("ServerConnectCommand") != std::string::npos);
     return host;
   }
+  // The Trash's size reports come in between; they are passed over.
   static json nextMessage(ChildProcess& host, int seconds = 15) {
-    auto line = host.readLine(std::chrono::seconds(seconds));
-    return line ? json::parse(*line, nullptr, false) : json();
+    for (;;) {
+      auto line = host.readLine(std::chrono::seconds(seconds));
+      json message = line ? json::parse(*line, nullptr, false) : json();
+      if (!message.is_object() || message.value("name", "") != "TrashSizeChange") return message;
+    }
   }
   std::string cache() const { return dir / "cache"; }
   std::map<std::string, json> cached() const {

@@ -14,6 +14,7 @@
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
+#include "vexa/monitors/MonitorTrash.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
 
@@ -91,6 +92,7 @@ int main(int argc, char** argv) {
   applications.setDelegate(std::make_shared<RemovalLog>());
   server.setCommandHandler(applications.weak_from_this());
   applications.startMonitor();
+  vexa::MonitorTrash::shared().startMonitor();
   std::thread acceptor([&server] { server.acceptConnect(); });
 
   vexa::RunLoop loop = vexa::RunLoop::main();
@@ -105,6 +107,7 @@ int main(int argc, char** argv) {
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
   applications.stopMonotor();
+  vexa::MonitorTrash::shared().stopMonotor();
   // Waits for a cache write under way, then writes what the monitor knows last: the next start
   // reads a whole cache.
   applications.archiver();

@@ -1,0 +1,89 @@
+// vexa-watch: runs the in-process watchers on the main loop and prints each of their call-backs
+// as one JSON line on standard output, until SIGINT or SIGTERM.
+//
+//   vexa-watch apps    the applications folder: appAdded, movedToTrash (and, for a folder moved
+//                      into the Trash, the Trash watcher's trashAddedApp)
+//   vexa-watch trash   the Trash: trashAddedApp, trashUsedSizeChanged
+#include <signal.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "vexa/monitors/WatchApplication.h"
+#include "vexa/monitors/WatchTrash.h"
+#include "vexa/util/RunLoop.h"
+
+namespace {
+
+void print(const nlohmann::json& line) {
+  std::printf("%s\n", line.dump().c_str());
+  std::fflush(stdout);
+}
+
+class Printer : public vexa::ApplicationsWatchDelegate, public vexa::TrashWatchDelegate {
+ public:
+  void appAdded(const std::string& path) override {
+    print({{"watch", "appAdded"}, {"path", path}});
+  }
+  void movedToTrash(const std::string& path) override {
+    print({{"watch", "movedToTrash"}, {"path", path}});
+  }
+  void trashAddedApp(const std::string& path) override {
+    print({{"watch", "trashAddedApp"}, {"path", path}});
+  }
+  void trashUsedSizeChanged(uint64_t size) override {
+    print({{"watch", "trashUsedSizeChanged"}, {"size", size}});
+  }
+};
+
+int usage() {
+  std::fprintf(stderr, "usage: vexa-watch apps|trash\n");
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) return usage();
+  const std::string what = argv[1];
+  if (what != "apps" && what != "trash") return usage();
+
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  auto printer = std::make_shared<Printer>();
+  static int stop = 0;
+  vexa::WatchTrash& trash = vexa::WatchTrash::shared();
+  trash.setDelegate(printer);
+  if (what == "apps") {
+    vexa::WatchApplication& apps = vexa::WatchApplication::shared();
+    apps.setDelegate(printer);
+    apps.startWatch(&stop);
+    std::fprintf(stderr, "vexa-watch: watching %s\n", apps.appRootPath().c_str());
+  } else {
+    trash.startWatch(&stop);
+    std::fprintf(stderr, "vexa-watch: watching the Trash\n");
+  }
+
+  vexa::RunLoop loop = vexa::RunLoop::main();
+  std::thread([stopSignals, loop] {
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    loop.quit();
+  }).detach();
+  loop.run();
+  if (what == "apps") {
+    vexa::WatchApplication::shared().stopWatch();
+  } else {
+    trash.stopWatch();
+  }
+  return 0;
+}
