@@ -3,7 +3,10 @@
 #include <algorithm>
 
 #include "monitors/AppBundle.h"
+#include "monitors/DesktopAppBundle.h"
 #include "monitors/ItemMetadata.h"
+#include "monitors/PackageDatabase.h"
+#include "monitors/PackageMetadata.h"
 #include "util/PathName.h"
 #include "vexa/util/AppIdentity.h"
 #include "vexa/util/MonitorString.h"
@@ -57,6 +60,7 @@ bool AppRecordBuilder::fill(const AppBundle& bundle, AppFile& app) const {
   }
   app.appPath = path;
   fillUsage(path, app);
+  fillFromPackage(path, app);
 
   app.appBundleIdentifer = bundle.infoString("CFBundleIdentifier");
   app.appIconCachePath = icons_.iconPathFor(bundle.info(), path, app.appBundleIdentifer);
@@ -91,6 +95,22 @@ void AppRecordBuilder::fillUsage(const std::string& path, AppFile& app) const {
     app.lastUseDate = static_cast<uint32_t>(a["kMDItemLastUsedDate"].get<int64_t>());
   }
   if (a.contains("kMDItemUseCount")) app.usedCount = a["kMDItemUseCount"].get<uint64_t>();
+}
+
+// A desktop entry is a few hundred bytes of a package: the package says what was installed.
+// AppImages and bundles carry their own version and size. What the package does not say (a
+// snap.yaml without a version, an unreadable deployment) keeps the entry's own values.
+void AppRecordBuilder::fillFromPackage(const std::string& path, AppFile& app) const {
+  if (!packages_ || !DesktopAppBundle::hasEntryName(path)) return;
+  const auto owner = packages_->ownerOf(path);
+  if (!owner) return;
+  if (owner->version) {
+    std::string version = owner->manager == PackageOwner::Manager::Dpkg
+                              ? PackageMetadata::upstreamVersion(*owner->version)
+                              : *owner->version;
+    if (!version.empty()) app.appVersion = std::move(version);
+  }
+  if (owner->installedSize) app.appSize = *owner->installedSize;
 }
 
 // Whether it can run here: not when it asks for a newer system than this one, nor when its

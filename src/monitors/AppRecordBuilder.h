@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "monitors/AppIconCache.h"
@@ -8,6 +9,7 @@
 namespace vexa {
 
 class AppBundle;
+class PackageDatabase;
 
 // Fills application records: the names, version and identifier from the application's Info
 // dictionary, sizes and dates from the file system, the icon through the icon cache, the
@@ -18,9 +20,13 @@ class AppBundle;
 class AppRecordBuilder {
  public:
   // `systemVersion` is the running system's version, against which an application's minimum
-  // system version is compared.
-  AppRecordBuilder(std::string systemVersion, AppIconCache icons)
-      : systemVersion_(std::move(systemVersion)), icons_(std::move(icons)) {}
+  // system version is compared. A desktop entry that a package of `packages` (may be null) owns
+  // takes the package's version (upstream part) and installed size.
+  AppRecordBuilder(std::string systemVersion, AppIconCache icons,
+                   std::shared_ptr<PackageDatabase> packages = nullptr)
+      : systemVersion_(std::move(systemVersion)),
+        icons_(std::move(icons)),
+        packages_(std::move(packages)) {}
 
   // Opens the application at `path` and fills `app` from it. False when nothing is there, the
   // path is not UTF-8 (the host names applications by path), it does not open as an
@@ -33,9 +39,11 @@ class AppRecordBuilder {
  private:
   void fillUsage(const std::string& path, AppFile& app) const;
   void fillPlatformSupport(const AppBundle& bundle, AppFile& app) const;
+  void fillFromPackage(const std::string& path, AppFile& app) const;
 
   std::string systemVersion_;
   AppIconCache icons_;
+  std::shared_ptr<PackageDatabase> packages_;
 };
 
 }  // namespace vexa

@@ -26,9 +26,8 @@ nlohmann::json DesktopAppBundle::infoOf(const DesktopEntry& entry, const std::st
   id.resize(id.size() - 8);  // without ".desktop"
   info["CFBundleIdentifier"] = id;
   if (auto name = entry.value("Name")) info["CFBundleName"] = *name;
-  auto version = entry.value("X-AppVersion");
-  if (!version) version = entry.value("Version");
-  if (version) info["CFBundleShortVersionString"] = *version;
+  // "Version" is the version of the desktop entry format, never the application's.
+  if (auto version = entry.value("X-AppVersion")) info["CFBundleShortVersionString"] = *version;
   if (auto program = entry.executable()) info["CFBundleExecutable"] = *program;
   if (auto icon = entry.value("Icon")) {
     // The icon as the theme resolves it, so the record filler finds a file with an extension.

@@ -12,6 +12,7 @@
 #include "monitors/ApplicationInventory.h"
 #include "monitors/HostAnnouncer.h"
 #include "monitors/ItemMetadata.h"
+#include "monitors/PackageDatabase.h"
 #include "util/PathName.h"
 #include "vexa/events/MonitorDispatch.h"
 #include "vexa/messaging/Message.h"
@@ -51,7 +52,8 @@ bool isInTrash(const std::string& path) {
 
 // Icons go to the cache folder as it is when the builder is made.
 AppRecordBuilder recordBuilder(const MonitorApplication& monitor) {
-  return AppRecordBuilder(monitor.osxVersion(), AppIconCache(monitor.cacheFolderPath()));
+  return AppRecordBuilder(monitor.osxVersion(), AppIconCache(monitor.cacheFolderPath()),
+                          monitor.packageDatabase());
 }
 
 std::vector<std::string> stringsOf(const json& list) {
@@ -83,7 +85,8 @@ MonitorApplication::MonitorApplication(MonitorDispatch& dispatch, XSocketServer&
       osxVersion_(MonitorString::osVersion()),
       systemFilter_(ApplicationFilters::systemFilter()),
       specialFilter_(ApplicationFilters::specialFilter()),
-      groupFilter_(ApplicationFilters::groupFilter()) {
+      groupFilter_(ApplicationFilters::groupFilter()),
+      packages_(PackageDatabase::system()) {
   AppFile::registerModelClass();
 }
 
@@ -97,6 +100,16 @@ std::shared_ptr<MonitorApplicationDelegate> MonitorApplication::delegate() const
 void MonitorApplication::setDelegate(std::shared_ptr<MonitorApplicationDelegate> delegate) {
   std::lock_guard lock(fieldsMutex_);
   delegate_ = std::move(delegate);
+}
+
+std::shared_ptr<PackageDatabase> MonitorApplication::packageDatabase() const {
+  std::lock_guard lock(fieldsMutex_);
+  return packages_;
+}
+
+void MonitorApplication::setPackageDatabase(std::shared_ptr<PackageDatabase> packages) {
+  std::lock_guard lock(fieldsMutex_);
+  packages_ = std::move(packages);
 }
 
 std::string MonitorApplication::cacheFolderPath() const {

@@ -25,6 +25,7 @@ class DispatchQueue;
 class HostAnnouncer;
 class Image;
 class MonitorDispatch;
+class PackageDatabase;
 class XConnectClient;
 class XSocketServer;
 
@@ -67,6 +68,10 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   std::vector<std::shared_ptr<AppFile>> notifyCached() const;
   std::optional<std::vector<std::string>> installPaths() const;
   void setInstallPaths(std::optional<std::vector<std::string>> paths);
+  // Which package owns a desktop entry, for its version and size; this system's databases
+  // unless set (tests point one at fixture trees). Null: entries keep their own values.
+  std::shared_ptr<PackageDatabase> packageDatabase() const;
+  void setPackageDatabase(std::shared_ptr<PackageDatabase> packages);
   // The running system's version, read once.
   const std::string& osxVersion() const { return osxVersion_; }
 
@@ -175,6 +180,7 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   std::string cacheFilePath_;
   std::vector<std::shared_ptr<AppFile>> notifyCached_;
   std::optional<std::vector<std::string>> installPaths_;
+  std::shared_ptr<PackageDatabase> packages_;
 };
 
 }  // namespace vexa
