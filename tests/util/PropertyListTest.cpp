@@ -60,8 +60,13 @@ TEST(PropertyListTest, UnreadableInputIsEmptyAndNullsAreLeftOut) {
 }
 
 TEST(PropertyListTest, DeepNestingIsRefusedNotOverflowed) {
+  // Built from the outside in: wrapping a copy each time would copy the whole tree 2,000 times.
   json deep = json::array();
-  for (int i = 0; i < 2000; ++i) deep = json::array({deep});
+  json* innermost = &deep;
+  for (int i = 0; i < 2000; ++i) {
+    innermost->push_back(json::array());
+    innermost = &innermost->back();
+  }
   EXPECT_FALSE(PropertyList::toBinary(deep));
 
   std::string xml = "<plist>";
