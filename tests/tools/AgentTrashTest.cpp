@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <set>
 
 #include <nlohmann/json.hpp>
 
@@ -75,6 +76,7 @@ TEST_F(AgentTrashTest, TheHostHearsTheTrashSizeAsDuCountsIt) {
 
 TEST_F(AgentTrashTest, VexaWatchPrintsTheTrashWatchersCallBacks) {
   ChildProcess watch({VEXA_WATCH_PATH, "trash"});
+  EXPECT_EQ(next(watch), (json{{"watch", "started"}, {"what", "trash"}}));
   EXPECT_EQ(next(watch), (json{{"watch", "trashUsedSizeChanged"}, {"size", 0}}));
   isolated.dir.mkdir("home/Editor.app/Contents");
   fs::rename(isolated.dir / "home/Editor.app", isolated.trash() + "/Editor.app");
@@ -84,6 +86,25 @@ TEST_F(AgentTrashTest, VexaWatchPrintsTheTrashWatchersCallBacks) {
   EXPECT_EQ(size["watch"], "trashUsedSizeChanged");
   EXPECT_EQ(size["size"], duBelow(isolated.trash()));
   watch.signal(SIGINT);
+  EXPECT_EQ(watch.waitExit(), 0);
+}
+
+TEST_F(AgentTrashTest, VexaWatchPrintsTheApplicationsFolderMovedIntoTheTrash) {
+  isolated.dir.mkdir("sys/applications/Games/Chess.app");
+  ChildProcess watch({VEXA_WATCH_PATH, "apps"});
+  EXPECT_EQ(next(watch), (json{{"watch", "started"}, {"what", "apps"}}));
+  isolated.dir.mkdir("sys/applications/New.app");
+  EXPECT_EQ(next(watch),
+            (json{{"watch", "appAdded"}, {"path", isolated.dir / "sys/applications/New.app"}}));
+  const std::string trashed = isolated.trash() + "/applications";
+  fs::rename(isolated.dir / "sys/applications", trashed);
+  std::set<json> lines;
+  for (int i = 0; i < 3; ++i) lines.insert(next(watch));
+  EXPECT_EQ(lines,
+            (std::set<json>{{{"watch", "movedToTrash"}, {"path", trashed}},
+                            {{"watch", "trashAddedApp"}, {"path", trashed + "/New.app"}},
+                            {{"watch", "trashAddedApp"}, {"path", trashed + "/Games/Chess.app"}}}));
+  watch.signal(SIGTERM);
   EXPECT_EQ(watch.waitExit(), 0);
 }
 

@@ -4,6 +4,8 @@
 //   vexa-watch apps    the applications folder: appAdded, movedToTrash (and, for a folder moved
 //                      into the Trash, the Trash watcher's trashAddedApp)
 //   vexa-watch trash   the Trash: trashAddedApp, trashUsedSizeChanged
+//
+// The first line, {"watch":"started",...}, says the watch is in place.
 #include <signal.h>
 
 #include <cstdio>
@@ -67,11 +69,11 @@ int main(int argc, char** argv) {
     vexa::WatchApplication& apps = vexa::WatchApplication::shared();
     apps.setDelegate(printer);
     apps.startWatch(&stop);
-    std::fprintf(stderr, "vexa-watch: watching %s\n", apps.appRootPath().c_str());
   } else {
     trash.startWatch(&stop);
-    std::fprintf(stderr, "vexa-watch: watching the Trash\n");
   }
+  // Whatever changes from here on is heard.
+  print({{"watch", "started"}, {"what", what}});
 
   vexa::RunLoop loop = vexa::RunLoop::main();
   std::thread([stopSignals, loop] {
