@@ -76,6 +76,14 @@ std::vector<PackageMetadata::DpkgPackage> PackageMetadata::parseDpkgStatus(std::
   return installed;
 }
 
+std::vector<std::string_view> PackageMetadata::listedPaths(std::string_view text) {
+  std::vector<std::string_view> paths;
+  forEachLine(text, [&](std::string_view line) {
+    if (!line.empty() && line.front() == '/') paths.push_back(line);
+  });
+  return paths;
+}
+
 std::string PackageMetadata::upstreamVersion(std::string_view version) {
   const size_t colon = version.find(':');
   if (colon != std::string_view::npos) version.remove_prefix(colon + 1);

@@ -24,6 +24,9 @@ class PackageMetadata {
   // Package field, and a truncated last stanza's missing fields, are skipped or left empty.
   static std::vector<DpkgPackage> parseDpkgStatus(std::string_view text);
 
+  // The absolute paths a dpkg "PACKAGE.list" names, one a line; views into `text`.
+  static std::vector<std::string_view> listedPaths(std::string_view text);
+
   // The upstream part of a Debian version: without the epoch ("1:") and without the Debian
   // revision (after the last "-"). "1:2.5.1-3" -> "2.5.1", "2.0~rc1-1" -> "2.0~rc1".
   static std::string upstreamVersion(std::string_view version);

@@ -242,6 +242,11 @@ TEST(PackageMetadataTest, SnapVersionIsTheTopLevelKey) {
   EXPECT_FALSE(PackageMetadata::snapVersion("version:\n"));
 }
 
+TEST(PackageMetadataTest, ListsNameAbsolutePathsOnly) {
+  EXPECT_EQ(PackageMetadata::listedPaths("/.\n/usr\n\nrelative\n/a b\r\n/last"),
+            (std::vector<std::string_view>{"/.", "/usr", "/a b\r", "/last"}));
+}
+
 TEST(PackageMetadataTest, OnlyInstalledStanzasWithANameCount) {
   auto packages = PackageMetadata::parseDpkgStatus(
       "Package: a\nStatus: install ok installed\nVersion: 1\nInstalled-Size: x12\n\n"

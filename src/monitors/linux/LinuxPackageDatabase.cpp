@@ -33,17 +33,6 @@ bool endsWith(std::string_view text, std::string_view suffix) {
   return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
 }
 
-template <typename Fn>
-void forEachLine(std::string_view text, Fn&& line) {
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string_view::npos) end = text.size();
-    line(text.substr(start, end - start));
-    start = end + 1;
-  }
-}
-
 // Allocated bytes of everything below the open folder `dir`, links never followed.
 void addAllocated(int dir, int depth, std::size_t& entries, uint64_t& bytes) {
   UniqueFd owned(dir);
@@ -157,11 +146,9 @@ void LinuxPackageDatabase::rebuildLocked(const StatusStamp& stamp) {
       }
     }
     if (!list) continue;
-    forEachLine(*list, [&](std::string_view line) {
-      if (!line.empty() && line.front() == '/' && endsWith(line, kDesktop)) {
-        owners_.emplace(std::string(line), i);
-      }
-    });
+    for (const std::string_view path : PackageMetadata::listedPaths(*list)) {
+      if (endsWith(path, kDesktop)) owners_.emplace(std::string(path), i);
+    }
   }
 }
 
@@ -170,14 +157,14 @@ uint64_t LinuxPackageDatabase::listedBytes(const std::string& listPath) const {
   std::size_t files = 0;
   auto list = listPath.empty() ? std::nullopt : readRegular(listPath, kListLimit);
   if (!list) return 0;
-  forEachLine(*list, [&](std::string_view line) {
-    if (line.empty() || line.front() != '/' || ++files > kListedFiles) return;
+  for (const std::string_view line : PackageMetadata::listedPaths(*list)) {
+    if (++files > kListedFiles) break;
     struct stat st {};
     const std::string path = root_ + std::string(line);
     if (::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
       bytes += static_cast<uint64_t>(st.st_size);
     }
-  });
+  }
   return bytes;
 }
 
@@ -190,13 +177,16 @@ std::optional<PackageOwner> LinuxPackageDatabase::flatpakOwner(const std::string
   id.resize(id.size() - kDesktop.size());
   // An application may export "ID.desktop" or "ID.something.desktop".
   for (;;) {
-    const std::string active = installation + "/app/" + id + "/current/active";
+    std::string active = installation;
+    active.append("/app/").append(id).append("/current/active");
     if (PathName::isFolder(active)) {
       PackageOwner owner{PackageOwner::Manager::Flatpak, id, std::nullopt, std::nullopt};
       for (const char* suffix : {".metainfo.xml", ".appdata.xml"}) {
         for (const char* folder : {"/files/share/metainfo/", "/files/share/appdata/"}) {
           if (owner.version) break;
-          if (auto xml = readRegular(active + folder + id + suffix, kMetadataLimit)) {
+          std::string file = active;
+          file.append(folder).append(id).append(suffix);
+          if (auto xml = readRegular(file, kMetadataLimit)) {
             owner.version = PackageMetadata::firstReleaseVersion(*xml);
           }
         }
