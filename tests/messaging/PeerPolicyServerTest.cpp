@@ -132,7 +132,9 @@ TEST_P(PeerPolicyServerTest, AFloodFromAnotherUserLeavesTheHostServedAndTheLogQu
   }
   flood.signal(SIGKILL);
   flood.waitExit();
-  EXPECT_EQ(occupiedSlots(), 1);
+  // A flood connection whose client is already gone can read as root's (closed sockets carry no
+  // owner); it goes as soon as its receiving thread sees the end.
+  EXPECT_TRUE(test::eventually([] { return occupiedSlots() == 1; }));
   SystemLog::setSink(nullptr);
   std::lock_guard lock(mutex);
   EXPECT_LE(logged, 2);  // one line for the other user, at most one for a peer already gone
