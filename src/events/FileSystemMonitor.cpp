@@ -197,6 +197,7 @@ void FileSystemMonitor::processBatch(const std::vector<std::string>& paths,
       }
       if ((f & fsevent::kItemRemoved) && target) target->fileRemove(path);
       if ((f & fsevent::kItemModified) && target) target->fileModify(path);
+      if ((f & fsevent::kMustScanSubDirs) && target) target->eventsLost(path);
     }
   }
   updateEventID();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "util/PathName.h"
 #include "vexa/events/FileSystemMonitor.h"
 #include "vexa/util/DispatchQueue.h"
 #include "vexa/util/MonitorString.h"
@@ -109,6 +110,24 @@ void MonitorDispatch::fileRemove(const std::string& path) {
 
 void MonitorDispatch::fileModify(const std::string& path) {
   fanOut(path, &FileSystemMonitorDelegate::fileModify);
+}
+
+void MonitorDispatch::eventsLost(const std::string& folder) {
+  std::lock_guard lock(mutex_);
+  for (const auto& [key, delegates] : monitorDict_) {
+    std::string scope;
+    if (PathName::isWithin(key, folder)) {
+      scope = key;
+    } else if (PathName::isWithin(folder, key)) {
+      scope = folder;
+    } else {
+      continue;
+    }
+    for (const auto& delegate : delegates) {
+      if (!delegate) continue;
+      queue_.async([delegate, scope] { delegate->eventsLost(scope); });
+    }
+  }
 }
 
 void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::string& target) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 #include "monitors/AppBundle.h"
 #include "monitors/AppIconCache.h"
@@ -13,6 +14,7 @@
 #include "monitors/HostAnnouncer.h"
 #include "monitors/ItemMetadata.h"
 #include "monitors/PackageDatabase.h"
+#include "util/ParallelFor.h"
 #include "util/PathName.h"
 #include "vexa/events/MonitorDispatch.h"
 #include "vexa/messaging/Message.h"
@@ -381,6 +383,34 @@ void MonitorApplication::fileMoveOrRename(const std::string& source, const std::
 
 void MonitorApplication::fileRemove(const std::string& path) {
   if (isApplication(path)) removeApp(path, kRemoveDelaySeconds);
+}
+
+void MonitorApplication::eventsLost(const std::string& folder) {
+  // What is installed under the folder now is compared with the table: applications that
+  // appeared unseen are installed as if created, recorded ones that are gone get the delayed
+  // check of a deletion. Applications still in place are not read again.
+  std::set<std::string> present;
+  for (const auto& found : ApplicationFolders::allApplications()) {
+    std::string path = AppFile::formatAppPath(found);
+    if (PathName::isWithin(path, folder)) present.insert(std::move(path));
+  }
+  std::vector<std::string> added, gone;
+  {
+    std::lock_guard lock(lock_);
+    for (const auto& path : present) {
+      if (!apps_.count(path) && !isInTrash(path)) added.push_back(path);
+    }
+    for (const auto& [path, app] : apps_) {
+      if (!app->needForceRemove && PathName::isWithin(path, folder) && !present.count(path)) {
+        gone.push_back(path);
+      }
+    }
+  }
+  parallelFor(queue_, added.size(),
+              [&](std::size_t i) { install(added[i], AppBundle::open(added[i]), true); });
+  for (const auto& path : gone) {
+    if (!PathName::exists(path)) removeApp(path, kRemoveDelaySeconds);
+  }
 }
 
 void MonitorApplication::setInstallPaths(const json& paths) {

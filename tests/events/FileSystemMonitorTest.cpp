@@ -105,10 +105,10 @@ TEST_F(FileSystemMonitorTest, PairingDoesNotSurviveTheBatch) {
 
 TEST_F(FileSystemMonitorTest, FlagBitsAreTestedIndependently) {
   ASSERT_TRUE(monitor.addMonitorPath(dir.path()));
-  monitor.processBatch({"/p", "/q", "/r", "/s", "/t"},
-                       {0x1100, 0x900, 0x200 | 0x1000, 0x400, 0x10100}, {1, 3, 5, 7, 9});
+  monitor.processBatch({"/p", "/q", "/r", "/s", "/t", "/u"},
+                       {0x1100, 0x900, 0x200 | 0x1000, 0x400, 0x10100, 0x1}, {1, 3, 5, 7, 9, 11});
   EXPECT_EQ(delegate->calls(), (Strings{"created /p", "modified /p", "moveout /q", "removed /r",
-                                        "modified /r", "created /t"}));
+                                        "modified /r", "created /t", "lost /u"}));
 }
 
 TEST_F(FileSystemMonitorTest, AnEmptyBatchStillStoresTheLatestIdentifier) {

@@ -101,6 +101,24 @@ TEST_F(MonitorDispatchTest, PrefixMatchingIgnoresComponentBoundaries) {
   EXPECT_EQ(a->calls(), Strings{"removed " + sibling});
 }
 
+TEST_F(MonitorDispatchTest, LostEventsReachOverlappingRegistrationsWithTheNarrowerFolder) {
+  auto a = std::make_shared<RecordingDelegate>();
+  auto b = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->addMonitorPath(apps, b);
+  dispatch->addMonitorPath(trash, b);
+  monitor.processBatch({apps + "/Deep"}, {0x1}, {1});  // inside both of a's and b's
+  ASSERT_TRUE(a->waitForCount(1));
+  ASSERT_TRUE(b->waitForCount(1));
+  monitor.processBatch({"/"}, {0x1}, {2});  // everywhere: each registration's own path
+  ASSERT_TRUE(a->waitForCount(2));
+  ASSERT_TRUE(b->waitForCount(3));
+  monitor.processBatch({home + "-other"}, {0x1}, {3});  // overlaps nothing
+  EXPECT_EQ(sorted(a->calls()), sorted({"lost " + apps + "/Deep", "lost " + home}));
+  EXPECT_EQ(sorted(b->calls()),
+            sorted({"lost " + apps + "/Deep", "lost " + apps, "lost " + trash}));
+}
+
 TEST_F(MonitorDispatchTest, ARenameWithinATreeIsReportedTwice) {
   auto a = std::make_shared<RecordingDelegate>();
   auto b = std::make_shared<RecordingDelegate>();

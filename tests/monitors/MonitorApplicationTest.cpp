@@ -295,6 +295,39 @@ TEST_F(MonitorApplicationTest, ApplicationsRenamedIntoPlaceAreInstalledAndUpdate
   EXPECT_FALSE(host->receive(100));  // nothing else was announced on the way
 }
 
+// When the kernel drops events, the stream says so for the folders concerned; what changed
+// there unseen is found by looking again.
+TEST_F(MonitorApplicationTest, LostEventsAreMadeUpForByLookingAgain) {
+  const std::string old = makeBundle(dir, "home/Applications/Old.app");
+  const std::string kept = makeBundle(dir, "home/Applications/Kept.app");
+  monitor->startMonitor();
+  auto host = connectHost({dir / "home/Applications"});
+  const std::string stray = makeBundle(dir, "home/Downloads/Stray.app");
+  monitor->fileCreated(stray);  // recorded by its event, though no folder lists it
+
+  // Unseen: one application deleted, one installed by a rename, one beside the folder.
+  fs::remove_all(old);
+  const std::string fresh = dir / "home/Applications/Fresh.app";
+  fs::rename(makeBundle(dir, "home/Applications/Fresh.app.partial"), fresh);
+  const std::string beside = makeBundle(dir, "home/Applications-other/Beside.app");
+
+  fsMonitor.processBatch({dir / "home/Applications"}, {0x1}, {1});
+  json message = receive(*host);
+  EXPECT_EQ(message["name"], "InstallCommand");
+  EXPECT_EQ(message["parms"]["AppFile"]["appPath"], fresh);
+  ASSERT_TRUE(listener->removals.waitFor(1, std::chrono::seconds(30)));
+  EXPECT_EQ(listener->removedPaths(), std::vector<std::string>{old});
+  auto apps = monitor->apps();
+  EXPECT_FALSE(apps.count(beside));
+  EXPECT_FALSE(apps.at(kept)->needForceRemove);
+  EXPECT_FALSE(apps.at(stray)->needForceRemove);
+
+  // Everywhere ("/"): nothing new, nothing announced twice.
+  fsMonitor.processBatch({"/"}, {0x1}, {2});
+  EXPECT_FALSE(host->receive(300));
+  EXPECT_EQ(listener->removals.count(), 1);
+}
+
 TEST_F(MonitorApplicationTest, WithoutInstallPathsNothingIsAnnounced) {
   monitor->startMonitor();
   auto host = connectHost(json::array());

@@ -21,6 +21,7 @@ class RecordingDelegate : public FileSystemMonitorDelegate {
   }
   void fileRemove(const std::string& p) override { record("removed " + p); }
   void fileModify(const std::string& p) override { record("modified " + p); }
+  void eventsLost(const std::string& p) override { record("lost " + p); }
 
   std::vector<std::string> calls() const {
     std::lock_guard lock(mutex_);

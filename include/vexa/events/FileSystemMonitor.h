@@ -18,12 +18,12 @@ class Preferences;
 // The process's one recursive file-system event stream over a set of directory trees.
 //
 // Batches arrive on the main run loop one second after their first event and are turned into
-// the delegate's six call-backs, synchronously on the main thread. The last identifier handled is
-// kept in the preferences as "SyncEventID" after every batch, so that identifiers keep growing
-// across restarts. Path changes and start/stop are meant for the main thread; they are also
-// safe from others. A path change returns once the stream watches the new set (a crawl of the
-// new trees); changes wait for one another, but batches and the other accessors do not wait for
-// them.
+// the delegate's call-backs (a lost-events word becomes eventsLost), synchronously on the main
+// thread. The last identifier handled is kept in the preferences as "SyncEventID" after every
+// batch, so that identifiers keep growing across restarts. Path changes and start/stop are meant
+// for the main thread; they are also safe from others. A path change returns once the stream
+// watches the new set (a crawl of the new trees); changes wait for one another, but batches and the
+// other accessors do not wait for them.
 class VEXA_EXPORT FileSystemMonitor {
  public:
   static FileSystemMonitor& shared();

@@ -27,6 +27,10 @@ class VEXA_EXPORT FileSystemMonitorDelegate {
   virtual void fileRemove(const std::string& path) { (void)path; }
   // An item's contents were modified.
   virtual void fileModify(const std::string& path) { (void)path; }
+  // Events under this folder were lost (the kernel's queue overflowed, or too many were waiting
+  // to be delivered): anything in it may have changed unseen, so what the delegate knows of it
+  // must be checked again. "/" means everywhere.
+  virtual void eventsLost(const std::string& folder) { (void)folder; }
 };
 
 }  // namespace vexa

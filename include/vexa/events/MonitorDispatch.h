@@ -47,6 +47,9 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   void fileMoveOrRename(const std::string& source, const std::string& target) override;
   void fileRemove(const std::string& path) override;
   void fileModify(const std::string& path) override;
+  // Reaches each delegate whose registered path overlaps the folder, once per registration,
+  // with the narrower of the two: its own path when that lies inside the folder.
+  void eventsLost(const std::string& folder) override;
 
  private:
   using Registration =

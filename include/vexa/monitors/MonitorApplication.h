@@ -120,6 +120,9 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   // alone.
   void fileMoveOrRename(const std::string& source, const std::string& target) override;
   void fileRemove(const std::string& path) override;
+  // Events were lost under the folder: applications that appeared there meanwhile are
+  // installed and announced, recorded ones that went are checked as deletions.
+  void eventsLost(const std::string& folder) override;
 
   // The host's commands.
   void setInstallPaths(const nlohmann::json& paths) override;
