@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cctype>
 #include <filesystem>
+#include <mutex>
 
 #include "monitors/AppBundle.h"
 #include "monitors/IconTheme.h"
@@ -101,6 +102,15 @@ std::optional<std::string> AppIconCache::defaultIconPath() const {
 }
 
 std::shared_ptr<Image> AppIconCache::defaultIcon() {
+  // Made once: every application without an icon of its own gets this one, and the workers
+  // filling an inventory would otherwise each decode the theme's file at the same time.
+  static std::once_flag once;
+  static std::shared_ptr<Image>* made = nullptr;
+  std::call_once(once, [] { made = new std::shared_ptr<Image>(makeDefaultIcon()); });
+  return *made;
+}
+
+std::shared_ptr<Image> AppIconCache::makeDefaultIcon() {
   std::shared_ptr<Image> icon;
   if (auto file = IconTheme::lookup("application-x-executable", kIconEdge)) {
     icon = Image::load(*file);

@@ -36,10 +36,12 @@ class AppIconCache {
   // "default.png", made when missing; none without a folder.
   std::optional<std::string> defaultIconPath() const;
   // The desktop's generic program icon at most 64 pixels square; a plain tile without an icon
-  // theme.
+  // theme. One image, made on first use and shared.
   static std::shared_ptr<Image> defaultIcon();
 
  private:
+  static std::shared_ptr<Image> makeDefaultIcon();
+
   std::string folder_;
 };
 

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <deque>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <vector>
@@ -24,6 +26,12 @@ struct RunLoop::Impl {
   std::mutex mutex;
   std::vector<GMainLoop*> running;  // innermost last
   bool quitRequested = false;
+  // Work posted from any thread waits here, under a lock of our own, for one idle source that
+  // runs it all in order: the hand-over is then visible to race detectors, which cannot see
+  // the futexes GLib guards its sources with.
+  std::mutex postedMutex;
+  std::deque<std::function<void()>> posted;
+  bool drainAttached = false;  // guarded by postedMutex
 };
 
 namespace {
@@ -54,12 +62,22 @@ struct ThreadLoop {
   std::shared_ptr<RunLoop::Impl> impl;
 };
 
+// The idle source's data: the loop whose posted work it runs. Weak, so that a context whose
+// thread ended without turning it again does not keep its own Impl alive.
 gboolean runPosted(gpointer data) {
-  runGuarded("run loop", *static_cast<std::function<void()>*>(data));
+  auto impl = static_cast<std::weak_ptr<RunLoop::Impl>*>(data)->lock();
+  if (!impl) return G_SOURCE_REMOVE;
+  std::deque<std::function<void()>> batch;
+  {
+    std::lock_guard lock(impl->postedMutex);
+    batch.swap(impl->posted);
+    impl->drainAttached = false;
+  }
+  for (auto& fn : batch) runGuarded("run loop", fn);
   return G_SOURCE_REMOVE;
 }
 
-void deletePosted(gpointer data) { delete static_cast<std::function<void()>*>(data); }
+void deletePosted(gpointer data) { delete static_cast<std::weak_ptr<RunLoop::Impl>*>(data); }
 
 gboolean wakeOnly(gpointer) { return G_SOURCE_REMOVE; }
 
@@ -86,9 +104,15 @@ RunLoop RunLoop::current() {
 }
 
 void RunLoop::post(std::function<void()> fn) const {
+  {
+    std::lock_guard lock(impl_->postedMutex);
+    impl_->posted.push_back(std::move(fn));
+    if (impl_->drainAttached) return;  // the pending source will run it too
+    impl_->drainAttached = true;
+  }
   GSource* source = g_idle_source_new();
   g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  g_source_set_callback(source, runPosted, new std::function<void()>(std::move(fn)), deletePosted);
+  g_source_set_callback(source, runPosted, new std::weak_ptr<Impl>(impl_), deletePosted);
   g_source_attach(source, impl_->context);
   g_source_unref(source);
 }
