@@ -2,7 +2,6 @@
 // the installed-application monitor over the home and applications folders, keeps the main run
 // loop turning for the monitors, and stops cleanly on SIGINT or SIGTERM (telling every client
 // "quit").
-#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "StopSignals.h"
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
@@ -65,13 +65,7 @@ int main(int argc, char** argv) {
     }
   }
 
-  // The stop signals are taken by a thread of their own, so the main loop sleeps without
-  // wake-ups until there is work or a stop request.
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const vexa::tools::StopSignals stopSignals;
 
   vexa::XSocketServer& server = vexa::XSocketServer::shared();
   server.setHost(host);
@@ -96,11 +90,7 @@ int main(int argc, char** argv) {
   std::thread acceptor([&server] { server.acceptConnect(); });
 
   vexa::RunLoop loop = vexa::RunLoop::main();
-  std::thread([stopSignals, loop] {
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
-    loop.quit();
-  }).detach();
+  stopSignals.quitOnSignal(loop);
 
   std::printf("listening on %s:%u\n", host.c_str(), static_cast<unsigned>(server.port()));
   std::fflush(stdout);

@@ -6,16 +6,15 @@
 //   vexa-watch trash   the Trash: trashAddedApp, trashUsedSizeChanged
 //
 // The first line, {"watch":"started",...}, says the watch is in place.
-#include <signal.h>
 
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
+#include "StopSignals.h"
 #include "vexa/monitors/WatchApplication.h"
 #include "vexa/monitors/WatchTrash.h"
 #include "vexa/util/RunLoop.h"
@@ -55,11 +54,7 @@ int main(int argc, char** argv) {
   const std::string what = argv[1];
   if (what != "apps" && what != "trash") return usage();
 
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const vexa::tools::StopSignals stopSignals;
 
   auto printer = std::make_shared<Printer>();
   static int stop = 0;
@@ -76,11 +71,7 @@ int main(int argc, char** argv) {
   print({{"watch", "started"}, {"what", what}});
 
   vexa::RunLoop loop = vexa::RunLoop::main();
-  std::thread([stopSignals, loop] {
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
-    loop.quit();
-  }).detach();
+  stopSignals.quitOnSignal(loop);
   loop.run();
   if (what == "apps") {
     vexa::WatchApplication::shared().stopWatch();
