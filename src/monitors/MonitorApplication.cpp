@@ -298,6 +298,19 @@ void MonitorApplication::install(const std::string& path, std::unique_ptr<AppBun
   announcer_->post(std::move(send));
 }
 
+void MonitorApplication::installRecorded(const std::string& path, bool onlyWhenChanged,
+                                         int waited) {
+  auto packages = packageDatabase();
+  if (packages && waited < kPackageWaitTurns && !packages->caughtUpWith(path)) {
+    std::weak_ptr<MonitorApplication> weak = weak_from_this();
+    queue_.after(kPackageWaitSeconds / kPackageWaitTurns, [weak, path, onlyWhenChanged, waited] {
+      if (auto self = weak.lock()) self->installRecorded(path, onlyWhenChanged, waited + 1);
+    });
+    return;
+  }
+  install(path, AppBundle::open(path), onlyWhenChanged);
+}
+
 void MonitorApplication::uninstallApp(const std::string& path) {
   if (!recordAt(path)) uninstall(path, AppBundle::open(path));
 }
@@ -353,12 +366,12 @@ void MonitorApplication::confirmRemoval(const std::string& path,
 // record. Only a path that does not open is asked again, by its metadata and name.
 void MonitorApplication::fileCreated(const std::string& path) {
   if (isInTrash(path)) return;
-  install(path, AppBundle::open(path));
+  installRecorded(path, false);
 }
 
 void MonitorApplication::fileMoveIn(const std::string& path) {
   if (!isInTrash(path)) {
-    install(path, AppBundle::open(path));
+    installRecorded(path, false);
   } else if (!recordAt(path)) {  // else heard again: the dispatcher repeats
     auto bundle = AppBundle::open(path);
     if (bundle || isApplication(path)) uninstall(path, std::move(bundle));
@@ -375,7 +388,7 @@ void MonitorApplication::fileMoveOrRename(const std::string& source, const std::
   const bool fromApplication = AppBundle::hasApplicationName(source);
   const bool toApplication = AppBundle::hasApplicationName(target);
   if (toApplication && !fromApplication) {
-    if (!isInTrash(target)) install(target, AppBundle::open(target), true);
+    if (!isInTrash(target)) installRecorded(target, true);
   } else if (fromApplication && !toApplication) {
     removeApp(source, kRemoveDelaySeconds);
   }

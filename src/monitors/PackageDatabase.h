@@ -32,6 +32,13 @@ class PackageDatabase {
   // when no package owns it.
   virtual std::optional<PackageOwner> ownerOf(const std::string& path) = 0;
 
+  // False while the database may not yet know of the file at `path`: a package manager renames
+  // its files into place first and records them afterwards, so an answer asked for in between
+  // would be the old one (no owner, or the version being replaced). True when the database was
+  // written since the file last changed, when no database covers the path, and for files that
+  // are not desktop entries.
+  virtual bool caughtUpWith(const std::string& path) = 0;
+
   // This system's databases, read below `root` ("/" on a live system; tests pass fixture trees).
   // Provided by the platform adapter.
   static std::shared_ptr<PackageDatabase> system(const std::string& root = "/");

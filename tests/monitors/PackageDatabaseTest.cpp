@@ -134,6 +134,34 @@ TEST(PackageDatabaseTest, TheIndexFollowsTheStatusFile) {
   EXPECT_FALSE(database->ownerOf(htop));
 }
 
+// dpkg renames an entry into place and records it afterwards: until the status file is written
+// again the database cannot know of it.
+TEST(PackageDatabaseTest, ADpkgFolderEntryNewerThanTheStatusFileIsNotCaughtUpWith) {
+  FixtureCopy copy;
+  auto database = PackageDatabase::system(copy.root);
+  const auto past = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  fs::last_write_time(copy / "var/lib/dpkg/status", past);
+  const std::string fresh = copy / "usr/share/applications/fresh.desktop";
+  overwrite(fresh, "[Desktop Entry]\n");
+  EXPECT_FALSE(database->caughtUpWith(fresh));
+  EXPECT_TRUE(database->caughtUpWith(copy / "opt/tool/gone.desktop"));  // nothing to wait for
+
+  // Not dpkg's to record: the administrator's /usr/local, other folders, other kinds of file.
+  for (const char* relative :
+       {"usr/local/share/applications/mine.desktop",
+        "home/me/.local/share/applications/mine.desktop", "usr/share/applications/notes.txt"}) {
+    fs::create_directories(fs::path(copy / relative).parent_path());
+    overwrite(copy / relative, "x");
+    EXPECT_TRUE(database->caughtUpWith(copy / relative)) << relative;
+  }
+
+  overwrite(copy / "var/lib/dpkg/status", test::readFile(copy / "var/lib/dpkg/status"));
+  EXPECT_TRUE(database->caughtUpWith(fresh));
+  fs::remove(copy / "var/lib/dpkg/status");  // no dpkg at all
+  fs::last_write_time(fresh, fs::file_time_type::clock::now());
+  EXPECT_TRUE(database->caughtUpWith(fresh));
+}
+
 TEST(PackageDatabaseTest, ACorruptOrTruncatedStatusFileAnswersWhatItCan) {
   FixtureCopy copy;
   const std::string status = test::readFile(copy / "var/lib/dpkg/status");

@@ -48,6 +48,9 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
  public:
   static constexpr const char* kCacheFileName = "appcache.dat";
   static constexpr double kRemoveDelaySeconds = 5.0;
+  // How long a desktop entry a package manager is installing waits for its record.
+  static constexpr double kPackageWaitSeconds = 10.0;
+  static constexpr int kPackageWaitTurns = 40;
 
   // Uses the shared dispatcher and the shared socket server.
   static MonitorApplication& shared();
@@ -145,6 +148,10 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   // stored nor announced: the dispatcher reports a rename once for each side it watches.
   void install(const std::string& path, std::unique_ptr<AppBundle> bundle,
                bool onlyWhenChanged = false);
+  // install() of the application at `path` once the package database has recorded the change
+  // (a package manager renames its files into place before it records them), polling for at
+  // most kPackageWaitSeconds; `waited` counts the polls so far.
+  void installRecorded(const std::string& path, bool onlyWhenChanged, int waited = 0);
   // Records the application opened (or not) at a path in the Trash as removed and reports it,
   // unless the path has a record by the time the table is changed.
   void uninstall(const std::string& path, std::unique_ptr<AppBundle> bundle);

@@ -91,6 +91,25 @@ std::optional<PackageOwner> LinuxPackageDatabase::ownerOf(const std::string& pat
   return dpkgOwner(relative);
 }
 
+bool LinuxPackageDatabase::caughtUpWith(const std::string& path) {
+  // Flatpak and Snap are read from the installed files themselves, which are in place before
+  // their exports appear; only dpkg keeps a separate record, written after its renames, and only
+  // for the system's own folders (/usr/local is the administrator's, home folders the user's).
+  if (!endsWith(path, kDesktop)) return true;
+  if (!root_.empty() && !PathName::isWithin(path, root_)) return true;
+  const std::string relative = path.substr(root_.size());
+  const bool dpkgFolder =
+      (PathName::hasPrefix(relative, "/usr/") && !PathName::hasPrefix(relative, "/usr/local/")) ||
+      PathName::hasPrefix(relative, "/opt/");
+  if (!dpkgFolder) return true;
+  struct stat status {};
+  struct stat entry {};
+  if (::stat((root_ + "/var/lib/dpkg/status").c_str(), &status) != 0) return true;
+  if (::lstat(path.c_str(), &entry) != 0) return true;
+  return std::tie(status.st_mtim.tv_sec, status.st_mtim.tv_nsec) >=
+         std::tie(entry.st_ctim.tv_sec, entry.st_ctim.tv_nsec);
+}
+
 std::optional<PackageOwner> LinuxPackageDatabase::dpkgOwner(const std::string& relative) {
   const std::string statusPath = root_ + "/var/lib/dpkg/status";
   struct stat st {};

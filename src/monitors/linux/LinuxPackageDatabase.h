@@ -29,6 +29,7 @@ class LinuxPackageDatabase : public PackageDatabase {
  public:
   explicit LinuxPackageDatabase(std::string root = "/");
   std::optional<PackageOwner> ownerOf(const std::string& path) override;
+  bool caughtUpWith(const std::string& path) override;
 
  private:
   struct StatusStamp {
