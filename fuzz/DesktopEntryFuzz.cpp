@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "monitors/DesktopEntry.h"
+#include "util/DesktopEntry.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto entry =

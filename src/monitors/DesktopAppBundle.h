@@ -1,7 +1,7 @@
 #pragma once
 
 #include "monitors/AppBundle.h"
-#include "monitors/DesktopEntry.h"
+#include "util/DesktopEntry.h"
 
 namespace vexa {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "monitors/DesktopEntry.h"
+#include "util/DesktopEntry.h"
 #include "util/PathName.h"
 #include "util/XdgDirs.h"
 

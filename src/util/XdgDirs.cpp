@@ -20,6 +20,19 @@ std::optional<std::string> absoluteEnv(const char* name) {
   return std::nullopt;
 }
 
+// A colon-separated list of absolute folders from the environment, else the default list.
+std::vector<std::string> folderList(const char* variable, const char* fallback) {
+  const char* value = std::getenv(variable);
+  std::string list = value && *value ? value : fallback;
+  std::vector<std::string> dirs;
+  std::stringstream in(list);
+  std::string item;
+  while (std::getline(in, item, ':')) {
+    if (!item.empty() && item[0] == '/') dirs.push_back(item);
+  }
+  return dirs;
+}
+
 }  // namespace
 
 std::string XdgDirs::home() {
@@ -46,16 +59,10 @@ std::string XdgDirs::cacheHome() {
 }
 
 std::vector<std::string> XdgDirs::dataDirs() {
-  const char* value = std::getenv("XDG_DATA_DIRS");
-  std::string list = value && *value ? value : "/usr/local/share:/usr/share";
-  std::vector<std::string> dirs;
-  std::stringstream in(list);
-  std::string item;
-  while (std::getline(in, item, ':')) {
-    if (!item.empty() && item[0] == '/') dirs.push_back(item);
-  }
-  return dirs;
+  return folderList("XDG_DATA_DIRS", "/usr/local/share:/usr/share");
 }
+
+std::vector<std::string> XdgDirs::configDirs() { return folderList("XDG_CONFIG_DIRS", "/etc/xdg"); }
 
 std::map<std::string, std::string> XdgDirs::parseUserDirs(std::string_view text,
                                                           const std::string& home) {

@@ -1,4 +1,4 @@
-#include "monitors/DesktopEntry.h"
+#include "util/DesktopEntry.h"
 
 #include <algorithm>
 

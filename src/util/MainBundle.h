@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+namespace vexa {
+
+// The program this process runs, as the desktop would start it again.
+class MainBundle {
+ public:
+  // $APPIMAGE when it names an existing file (an AppImage runs from a temporary mount: the
+  // image itself is what must be started), else the real path of the running executable. Empty
+  // when neither can be found.
+  static std::string path();
+};
+
+}  // namespace vexa

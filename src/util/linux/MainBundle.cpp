@@ -1,0 +1,19 @@
+#include "util/MainBundle.h"
+
+#include <climits>
+#include <cstdlib>
+
+#include "util/PathName.h"
+
+namespace vexa {
+
+std::string MainBundle::path() {
+  if (const char* image = std::getenv("APPIMAGE"); image && image[0] == '/') {
+    if (PathName::isRegularFile(image)) return image;
+  }
+  char resolved[PATH_MAX];
+  if (::realpath("/proc/self/exe", resolved)) return resolved;
+  return {};
+}
+
+}  // namespace vexa
