@@ -21,7 +21,7 @@ namespace vexa {
 
 namespace {
 
-constexpr std::size_t kEntryLimit = 64 * 1024;
+constexpr std::size_t kEntryLimit = std::size_t{64} << 10;
 constexpr int kNameAttempts = 100;
 constexpr const char* kSuffix = ".desktop";
 
@@ -73,7 +73,7 @@ std::string escapedValue(const std::string& text) {
 std::unique_ptr<LoginItems> LoginItems::system() { return XdgAutostart::fromEnvironment(); }
 
 XdgAutostart::XdgAutostart(std::string userFolder, std::vector<std::string> systemFolders,
-                           std::string name, std::string desktops)
+                           std::string name, const std::string& desktops)
     : userFolder_(std::move(userFolder)),
       systemFolders_(std::move(systemFolders)),
       name_(std::move(name)),
@@ -146,7 +146,9 @@ std::vector<LoginItems::Item> XdgAutostart::list() {
     std::sort(names.begin(), names.end());
     for (const auto& name : names) {
       if (!seen.insert(name).second) continue;  // shadowed by an earlier folder's file
-      const auto entry = read(folder + "/" + name);
+      std::string file = folder;
+      file.append("/").append(name);
+      const auto entry = read(file);
       if (!entry || !inEffect(*entry)) continue;
       if (auto path = program(*entry)) items.push_back({name, std::move(*path)});
     }

@@ -19,7 +19,7 @@ class XdgAutostart : public LoginItems {
   // `name` names the files written ("NAME.desktop", then "NAME-2.desktop", ...) and their Name
   // key; `desktops` is $XDG_CURRENT_DESKTOP (names separated by ':').
   XdgAutostart(std::string userFolder, std::vector<std::string> systemFolders, std::string name,
-               std::string desktops);
+               const std::string& desktops);
   // The folders, desktop and application name of this process's environment.
   static std::unique_ptr<XdgAutostart> fromEnvironment();
 
