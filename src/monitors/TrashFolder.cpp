@@ -36,6 +36,20 @@ std::string TrashFolder::prepare() {
   return *files;
 }
 
+std::optional<std::pair<uint64_t, uint64_t>> TrashFolder::folderIdentity(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return std::nullopt;
+  return std::make_pair(static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino));
+}
+
+uint64_t TrashFolder::sizeOfTrashes(const std::vector<std::string>& folders) {
+  uint64_t total = 0;
+  for (const auto& folder : folders) {
+    if (folderIdentity(folder)) total += folderSizeAtPath(folder);
+  }
+  return total;
+}
+
 uint64_t TrashFolder::sizeOfFileWithPath(const std::string& path) {
   struct stat st {};
   if (::lstat(path.c_str(), &st) != 0) return 0;
