@@ -63,7 +63,11 @@ uint64_t TrashFolder::folderSizeAtPath(const std::string& folder) {
       [&](const FolderWalk::Entry& entry) {
         struct stat own {
         }, target{};
-        if (::fstatat(entry.folderFd, entry.name.c_str(), &own, AT_SYMLINK_NOFOLLOW) != 0 ||
+        if (::fstatat(entry.folderFd, entry.name.c_str(), &own, AT_SYMLINK_NOFOLLOW) != 0) {
+          return FolderWalk::Step::Next;
+        }
+        // A link whose target is missing counts nothing; only links need the second look.
+        if (S_ISLNK(own.st_mode) &&
             ::fstatat(entry.folderFd, entry.name.c_str(), &target, 0) != 0) {
           return FolderWalk::Step::Next;
         }
