@@ -162,7 +162,22 @@ void MonitorTrash::changed(const std::string& path) {
     if (path == trashPath_) trashReplaced_ = true;
     for (const auto& volume : volumeTrashes_) ours = ours || PathName::hasPrefix(path, volume);
   }
-  if (ours) measurement_->request();
+  if (!ours) return;
+  {
+    std::lock_guard lock(lock_);
+    if (std::exchange(measurementDue_, true)) return;
+  }
+  // Events come in bursts (a Trash emptied is one per entry): they are let settle a little, so
+  // a burst costs a measurement every half second or so, not one after another.
+  DispatchQueue::global().after(kSettleSeconds, [weak = weak_from_this()] {
+    auto self = weak.lock();
+    if (!self) return;
+    {
+      std::lock_guard lock(self->lock_);
+      self->measurementDue_ = false;
+    }
+    self->measurement_->request();
+  });
 }
 
 void MonitorTrash::fileCreated(const std::string& path) { changed(path); }

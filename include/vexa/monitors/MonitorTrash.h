@@ -29,8 +29,9 @@ class XSocketServer;
 // asks for one, so a volume's Trash counts and is watched while it is mounted. A Trash folder
 // deleted or replaced is made again and watched again at the next measurement.
 //
-// Measurements run on the global queue one at a time; events arriving during one ask for a
-// single further measurement, so emptying a large Trash costs two walks, not one per entry.
+// Measurements run on the global queue one at a time, half a second after the event that asks
+// for them; events meanwhile ask for nothing more, and those arriving during one ask for a
+// single further measurement, so emptying a large Trash costs a few walks, not one per entry.
 // Every operation is safe from any thread; nothing slow runs under the lock, and sends go out
 // on a serial queue in the order the sizes were measured.
 class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
@@ -42,6 +43,8 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
   static std::shared_ptr<MonitorTrash> create(MonitorDispatch& dispatch, XSocketServer& server,
                                               std::string mountTable = kMountTable);
   static constexpr const char* kMountTable = "/proc/self/mountinfo";
+  // How long events are let settle before the measurement they ask for.
+  static constexpr double kSettleSeconds = 0.5;
   ~MonitorTrash() override;
   MonitorTrash(const MonitorTrash&) = delete;
   MonitorTrash& operator=(const MonitorTrash&) = delete;
@@ -83,8 +86,9 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
   std::pair<uint64_t, uint64_t> trashIdentity_{0, 0};  // (device, inode) registered
   std::vector<std::string> volumeTrashes_;             // registered
   bool monitoring_ = false;
-  bool trashReplaced_ = false;  // an event named the Trash folder itself: registered anew
-  bool trashUnusable_ = false;  // the home Trash path names no folder (told once)
+  bool measurementDue_ = false;  // a measurement is asked for after the settling time
+  bool trashReplaced_ = false;   // an event named the Trash folder itself: registered anew
+  bool trashUnusable_ = false;   // the home Trash path names no folder (told once)
   uint64_t preUsedSize_ = 0;
 };
 
