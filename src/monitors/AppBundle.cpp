@@ -2,6 +2,7 @@
 
 #include "monitors/AppImageBundle.h"
 #include "monitors/DesktopAppBundle.h"
+#include "monitors/DesktopEntrySummary.h"
 #include "monitors/ExecutableArchitectures.h"
 #include "monitors/MacAppBundle.h"
 
@@ -16,8 +17,14 @@ std::unique_ptr<AppBundle> AppBundle::open(const std::string& path) {
 
 bool AppBundle::isApplication(const std::string& path) {
   if (MacAppBundle::hasBundleName(path)) return MacAppBundle::open(path) != nullptr;
-  if (DesktopAppBundle::hasEntryName(path)) return DesktopAppBundle::open(path) != nullptr;
+  if (DesktopAppBundle::hasEntryName(path)) return DesktopEntrySummary::of(path).application;
   return AppImageBundle::hasMark(path);
+}
+
+std::optional<std::string> AppBundle::displayNameOf(const std::string& path) {
+  if (DesktopAppBundle::hasEntryName(path)) return DesktopEntrySummary::of(path).displayName;
+  auto bundle = open(path);
+  return bundle ? bundle->displayName() : std::nullopt;
 }
 
 bool AppBundle::hasApplicationName(const std::string& path) {

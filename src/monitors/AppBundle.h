@@ -28,6 +28,9 @@ class AppBundle {
   // Whether the name alone is that of an application (".app", ".desktop", ".AppImage"): all
   // that is left to judge by once the item is gone.
   static bool hasApplicationName(const std::string& path);
+  // open(path)->displayName(), without looking up what the name does not need (a desktop
+  // entry's icon and program); nothing when open() would answer null.
+  static std::optional<std::string> displayNameOf(const std::string& path);
   // A ".app" bundle's name.
   static bool hasBundleName(const std::string& path);
 

@@ -36,12 +36,20 @@ nlohmann::json DesktopAppBundle::infoOf(const DesktopEntry& entry, const std::st
   return info;
 }
 
-std::unique_ptr<AppBundle> DesktopAppBundle::open(const std::string& path) {
-  if (!hasEntryName(path)) return nullptr;
+std::optional<DesktopEntry> DesktopAppBundle::readApplicationEntry(const std::string& path) {
+  if (!hasEntryName(path)) return std::nullopt;
   auto text = AtomicFile::read(path, kEntryLimit);
-  if (!text) return nullptr;
+  if (!text) return std::nullopt;
   auto entry = DesktopEntry::parse(*text);
-  if (!entry || !entry->isApplication() || entry->isHidden() || entry->noDisplay()) return nullptr;
+  if (!entry || !entry->isApplication() || entry->isHidden() || entry->noDisplay()) {
+    return std::nullopt;
+  }
+  return entry;
+}
+
+std::unique_ptr<AppBundle> DesktopAppBundle::open(const std::string& path) {
+  auto entry = readApplicationEntry(path);
+  if (!entry) return nullptr;
   auto display = entry->localized("Name", DesktopEntry::userLocales());
   std::optional<std::string> program;
   if (auto exe = entry->executable()) program = ProgramPath::find(*exe);

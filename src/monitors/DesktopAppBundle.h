@@ -13,6 +13,9 @@ class DesktopAppBundle : public AppBundle {
  public:
   static bool hasEntryName(const std::string& path);
   static std::unique_ptr<AppBundle> open(const std::string& path);
+  // The entry at `path` when it is one open() accepts: read and parsed only, no icon or
+  // program looked up, so that it is cheap to ask of every file a walk meets.
+  static std::optional<DesktopEntry> readApplicationEntry(const std::string& path);
   // Builds the Info dictionary of an entry found at `path`.
   static nlohmann::json infoOf(const DesktopEntry& entry, const std::string& path);
 

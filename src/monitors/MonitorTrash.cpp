@@ -2,32 +2,37 @@
 
 #include "monitors/CoalescingTask.h"
 #include "monitors/HostAnnouncer.h"
+#include "monitors/MountWatch.h"
+#include "monitors/PathList.h"
 #include "monitors/TrashFolder.h"
+#include "monitors/VolumeTrashes.h"
 #include "util/PathName.h"
 #include "vexa/events/MonitorDispatch.h"
 #include "vexa/messaging/Message.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/util/DispatchQueue.h"
 #include "vexa/util/MonitorString.h"
+#include "vexa/util/SystemLog.h"
 
 namespace vexa {
 
 MonitorTrash& MonitorTrash::shared() {
   static auto* instance = new std::shared_ptr<MonitorTrash>(
-      new MonitorTrash(MonitorDispatch::shared(), XSocketServer::shared()));
+      new MonitorTrash(MonitorDispatch::shared(), XSocketServer::shared(), kMountTable));
   return **instance;
 }
 
-std::shared_ptr<MonitorTrash> MonitorTrash::create(MonitorDispatch& dispatch,
-                                                   XSocketServer& server) {
-  return std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server));
+std::shared_ptr<MonitorTrash> MonitorTrash::create(MonitorDispatch& dispatch, XSocketServer& server,
+                                                   std::string mountTable) {
+  return std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server, std::move(mountTable)));
 }
 
-MonitorTrash::MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server)
+MonitorTrash::MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable)
     : dispatch_(dispatch),
       announcer_(std::make_unique<HostAnnouncer>(server, "vexa.monitors.trash.host")),
       measurement_(std::make_unique<CoalescingTask>(DispatchQueue::global(),
-                                                    [this] { sendChangedMessage(); })) {}
+                                                    [this] { sendChangedMessage(); })),
+      mountTable_(std::move(mountTable)) {}
 
 // Measurements still queued hold only the task's state; the instance outlives them, as the
 // shared one does and as create()'s callers must.
@@ -36,32 +41,93 @@ MonitorTrash::~MonitorTrash() = default;
 void MonitorTrash::startMonitor(bool flag) {
   (void)flag;
   const std::string trash = TrashFolder::prepare();
-  {
-    std::lock_guard lock(lock_);
-    trashPath_ = trash;
-  }
   if (trash.empty()) return;
-  dispatch_.addMonitorPath(trash, shared_from_this());
+  auto watch = MountWatch::start(mountTable_, [this] { measurement_->request(); });
+  {
+    std::lock_guard registering(registration_);
+    {
+      std::lock_guard lock(lock_);
+      if (monitoring_) return;
+      monitoring_ = true;
+      trashPath_ = trash;
+      trashIdentity_ = TrashFolder::folderIdentity(trash).value_or(std::make_pair(0, 0));
+      mountWatch_ = std::move(watch);
+    }
+    dispatch_.addMonitorPath(trash, shared_from_this());
+  }
   measurement_->request();
 }
 
 void MonitorTrash::stopMonotor() {
-  std::string trash;
+  std::unique_ptr<MountWatch> watch;
+  std::vector<std::string> registered;
   {
-    std::lock_guard lock(lock_);
-    trash = trashPath_;
+    std::lock_guard registering(registration_);
+    {
+      std::lock_guard lock(lock_);
+      if (!monitoring_) return;
+      monitoring_ = false;
+      watch = std::move(mountWatch_);
+      registered = std::exchange(volumeTrashes_, {});
+      registered.push_back(trashPath_);
+    }
+    for (const auto& path : registered) dispatch_.removeMonitorPath(path, shared_from_this());
   }
-  if (!trash.empty()) dispatch_.removeMonitorPath(trash, shared_from_this());
 }
 
-void MonitorTrash::sendChangedMessage() {
+std::vector<std::string> MonitorTrash::refreshTrashes() {
   std::string trash;
   {
     std::lock_guard lock(lock_);
     trash = trashPath_;
   }
   if (trash.empty()) trash = MonitorString::userTrashPath().value_or("");
-  const uint64_t used = trash.empty() ? 0 : sizeOfFileWithPath(trash);
+  if (trash.empty()) return {};
+  std::vector<std::string> volumes = VolumeTrashes::find(mountTable_, trash);
+  auto identity = TrashFolder::folderIdentity(trash);
+  std::lock_guard registering(registration_);
+  std::vector<std::string> added, removed;
+  bool registerHome = false;
+  {
+    std::lock_guard lock(lock_);
+    if (monitoring_) {
+      // Deleted (or moved away): made again. Replaced by a link or a file: left alone, told once.
+      if (!identity && !PathName::entryExists(trash)) {
+        TrashFolder::prepare();
+        identity = TrashFolder::folderIdentity(trash);
+      }
+      if (!identity && !std::exchange(trashUnusable_, true)) {
+        SystemLog::log("The Trash %s is not a folder: it is neither measured nor watched",
+                       trash.c_str());
+      }
+      if (identity) trashUnusable_ = false;
+      if (identity && (*identity != trashIdentity_ || std::exchange(trashReplaced_, false))) {
+        trashIdentity_ = *identity;
+        registerHome = true;
+      }
+      for (const auto& volume : volumes) {
+        if (!PathList::contains(volumeTrashes_, volume)) added.push_back(volume);
+      }
+      for (const auto& volume : volumeTrashes_) {
+        if (!PathList::contains(volumes, volume)) removed.push_back(volume);
+      }
+      volumeTrashes_ = volumes;
+    }
+  }
+  const auto self = shared_from_this();
+  if (registerHome) {
+    // The stream watches the folder it found at registration: a new folder needs a new one.
+    dispatch_.removeMonitorPath(trash, self);
+    dispatch_.addMonitorPath(trash, self);
+  }
+  for (const auto& volume : removed) dispatch_.removeMonitorPath(volume, self);
+  for (const auto& volume : added) dispatch_.addMonitorPath(volume, self);
+  volumes.insert(volumes.begin(), trash);
+  return volumes;
+}
+
+void MonitorTrash::sendChangedMessage() {
+  const uint64_t used = TrashFolder::sizeOfTrashes(refreshTrashes());
   {
     std::lock_guard lock(lock_);
     if (used == preUsedSize_) return;
@@ -88,12 +154,30 @@ nlohmann::json MonitorTrash::commonAttributesOfFile(const std::string& path) {
 }
 
 void MonitorTrash::changed(const std::string& path) {
-  std::string trash;
+  bool ours = false;
   {
     std::lock_guard lock(lock_);
-    trash = trashPath_;
+    ours = !trashPath_.empty() && PathName::hasPrefix(path, trashPath_);
+    // The Trash folder itself removed or made: perhaps a new folder with the old inode number.
+    if (path == trashPath_) trashReplaced_ = true;
+    for (const auto& volume : volumeTrashes_) ours = ours || PathName::hasPrefix(path, volume);
   }
-  if (!trash.empty() && PathName::hasPrefix(path, trash)) measurement_->request();
+  if (!ours) return;
+  {
+    std::lock_guard lock(lock_);
+    if (std::exchange(measurementDue_, true)) return;
+  }
+  // Events come in bursts (a Trash emptied is one per entry): they are let settle a little, so
+  // a burst costs a measurement every half second or so, not one after another.
+  DispatchQueue::global().after(kSettleSeconds, [weak = weak_from_this()] {
+    auto self = weak.lock();
+    if (!self) return;
+    {
+      std::lock_guard lock(self->lock_);
+      self->measurementDue_ = false;
+    }
+    self->measurement_->request();
+  });
 }
 
 void MonitorTrash::fileCreated(const std::string& path) { changed(path); }

@@ -36,6 +36,20 @@ std::string TrashFolder::prepare() {
   return *files;
 }
 
+std::optional<std::pair<uint64_t, uint64_t>> TrashFolder::folderIdentity(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return std::nullopt;
+  return std::make_pair(static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino));
+}
+
+uint64_t TrashFolder::sizeOfTrashes(const std::vector<std::string>& folders) {
+  uint64_t total = 0;
+  for (const auto& folder : folders) {
+    if (folderIdentity(folder)) total += folderSizeAtPath(folder);
+  }
+  return total;
+}
+
 uint64_t TrashFolder::sizeOfFileWithPath(const std::string& path) {
   struct stat st {};
   if (::lstat(path.c_str(), &st) != 0) return 0;
@@ -49,7 +63,11 @@ uint64_t TrashFolder::folderSizeAtPath(const std::string& folder) {
       [&](const FolderWalk::Entry& entry) {
         struct stat own {
         }, target{};
-        if (::fstatat(entry.folderFd, entry.name.c_str(), &own, AT_SYMLINK_NOFOLLOW) != 0 ||
+        if (::fstatat(entry.folderFd, entry.name.c_str(), &own, AT_SYMLINK_NOFOLLOW) != 0) {
+          return FolderWalk::Step::Next;
+        }
+        // A link whose target is missing counts nothing; only links need the second look.
+        if (S_ISLNK(own.st_mode) &&
             ::fstatat(entry.folderFd, entry.name.c_str(), &target, 0) != 0) {
           return FolderWalk::Step::Next;
         }

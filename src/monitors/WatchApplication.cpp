@@ -95,10 +95,9 @@ void WatchApplication::startWatch(int* stop) {
   }
   walk(appRootPath_, stop);
   std::lock_guard lock(lock_);
-  for (const auto& folder : currFolders_) PathList::add(watchFolders_, folder);
-  for (const auto& app : currApps_) PathList::add(watchApps_, app);
-  currFolders_.clear();
-  currApps_.clear();
+  appendNew(watchFolders_, currFolders_);
+  appendNew(watchApps_, currApps_);
+  clearCurrent();
 }
 
 void WatchApplication::stopWatch() {
@@ -121,18 +120,37 @@ void WatchApplication::walk(const std::string& path, int* stop) {
   walking = outer;
 }
 
+std::vector<std::string> WatchApplication::appendNew(std::vector<std::string>& list,
+                                                     const std::vector<std::string>& found) {
+  std::unordered_set<std::string> known(list.begin(), list.end());
+  std::vector<std::string> added;
+  for (const auto& path : found) {
+    if (known.insert(path).second) {
+      list.push_back(path);
+      added.push_back(path);
+    }
+  }
+  return added;
+}
+
+void WatchApplication::clearCurrent() {
+  currApps_.clear();
+  currFolders_.clear();
+  currAppsSeen_.clear();
+  currFoldersSeen_.clear();
+}
+
 void WatchApplication::fillAppByPath(const std::string& path) {
-  std::optional<std::string> name;
-  if (auto bundle = AppBundle::open(path)) name = bundle->displayName();
+  std::optional<std::string> name = AppBundle::displayNameOf(path);
   if (MonitorString::isNilOrEmpty(name)) name = withoutExtension(PathName::lastComponent(path));
   if (systemNames_.count(withoutExtension(lowerCase(*name)))) return;
   std::lock_guard lock(lock_);
-  PathList::add(currApps_, path);
+  if (currAppsSeen_.insert(path).second) currApps_.push_back(path);
 }
 
 void WatchApplication::fillFolderByPath(const std::string& path) {
   std::lock_guard lock(lock_);
-  PathList::add(currFolders_, path);
+  if (currFoldersSeen_.insert(path).second) currFolders_.push_back(path);
 }
 
 std::vector<std::string> WatchApplication::watchApps() const {
@@ -167,21 +185,17 @@ void WatchApplication::watchQueueReceivedNotification(FSWatchQueue& queue, const
     };
     if (std::any_of(watchApps_.begin(), watchApps_.end(), under)) {
       std::erase_if(watchApps_, [&](const std::string& known) {
-        return under(known) && !PathList::contains(currApps_, known);
+        return under(known) && currAppsSeen_.count(known) == 0;
       });
     }
-    for (const auto& app : currApps_) {
-      if (PathList::add(watchApps_, app)) added.push_back(app);
-    }
-    currApps_.clear();
+    added = appendNew(watchApps_, currApps_);
     // Folders diff against the whole list, applications only against the part under the path.
     if (std::any_of(watchFolders_.begin(), watchFolders_.end(), under)) {
-      std::erase_if(watchFolders_, [&](const std::string& known) {
-        return !PathList::contains(currFolders_, known);
-      });
+      std::erase_if(watchFolders_,
+                    [&](const std::string& known) { return currFoldersSeen_.count(known) == 0; });
     }
-    for (const auto& folder : currFolders_) PathList::add(watchFolders_, folder);
-    currFolders_.clear();
+    appendNew(watchFolders_, currFolders_);
+    clearCurrent();
     delegate = delegate_;
   }
   if (!delegate) return;

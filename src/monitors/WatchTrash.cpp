@@ -9,8 +9,10 @@
 #include "monitors/AppBundle.h"
 #include "monitors/AppWalkHook.h"
 #include "monitors/CoalescingTask.h"
+#include "monitors/MountWatch.h"
 #include "monitors/PathList.h"
 #include "monitors/TrashFolder.h"
+#include "monitors/VolumeTrashes.h"
 #include "monitors/WeakQueueDelegate.h"
 #include "util/PathName.h"
 #include "vexa/events/FSWatchQueue.h"
@@ -43,8 +45,8 @@ WatchTrash& WatchTrash::shared() {
   return **instance;
 }
 
-std::shared_ptr<WatchTrash> WatchTrash::create() {
-  std::shared_ptr<WatchTrash> watch(new WatchTrash());
+std::shared_ptr<WatchTrash> WatchTrash::create(std::string mountTable) {
+  std::shared_ptr<WatchTrash> watch(new WatchTrash(std::move(mountTable)));
   std::weak_ptr<WatchTrash> weak = watch;
   if (watch->queue_) watch->queue_->setDelegate(std::make_shared<WeakQueueDelegate>(weak));
   watch->scanTask_ = std::make_unique<CoalescingTask>(DispatchQueue::global(), [weak] {
@@ -53,7 +55,10 @@ std::shared_ptr<WatchTrash> WatchTrash::create() {
   return watch;
 }
 
-WatchTrash::WatchTrash() : queue_(FSWatchQueue::create()) { AppWalkHook::install(); }
+WatchTrash::WatchTrash(std::string mountTable)
+    : queue_(FSWatchQueue::create()), mountTable_(std::move(mountTable)) {
+  AppWalkHook::install();
+}
 
 WatchTrash::~WatchTrash() = default;
 
@@ -69,6 +74,8 @@ void WatchTrash::setDelegate(std::shared_ptr<TrashWatchDelegate> delegate) {
 
 void WatchTrash::startWatch(int* stop) {
   const std::string trash = TrashFolder::prepare();
+  auto mounts =
+      trash.empty() ? nullptr : MountWatch::start(mountTable_, [this] { scanTask_->request(); });
   {
     std::lock_guard lock(lock_);
     isStop_ = stop;
@@ -76,30 +83,76 @@ void WatchTrash::startWatch(int* stop) {
     currApps_.clear();
     startPending_ = true;
     watching_ = true;
+    if (mounts) mountWatch_ = std::move(mounts);
   }
   if (trash.empty()) return;
-  if (queue_) queue_->addPath(trash, watchqueue::kWrite);
+  if (RunLoop::isMainThread()) {
+    watchTrashes({trash});
+  } else {
+    RunLoop::main().post([weak = weak_from_this(), trash] {
+      if (auto self = weak.lock()) self->watchTrashes({trash});
+    });
+  }
   scanTask_->request();
 }
 
 void WatchTrash::stopWatch() {
   if (queue_) queue_->removeAllPaths();
   int* stop = nullptr;
+  std::unique_ptr<MountWatch> mounts;
   {
     std::lock_guard lock(lock_);
     watching_ = false;
     stop = isStop_;
+    mounts = std::move(mountWatch_);
+    trashWatches_.clear();
   }
   if (stop) std::atomic_ref<int>(*stop).store(1, std::memory_order_relaxed);
 }
 
-std::vector<std::string> WatchTrash::walk(const std::string& trash, int* stop) {
+void WatchTrash::watchTrashes(const std::vector<std::string>& trashes) {
+  std::map<std::string, std::pair<uint64_t, uint64_t>> wanted;
+  for (const auto& trash : trashes) {
+    for (const auto& path : {trash, PathName::parent(trash)}) {
+      if (auto identity = TrashFolder::folderIdentity(path)) wanted[path] = *identity;
+    }
+  }
+  std::vector<std::string> drop, add;
+  {
+    std::lock_guard lock(lock_);
+    if (!watching_) return;
+    for (const auto& [path, identity] : trashWatches_) {
+      auto found = wanted.find(path);
+      if (found == wanted.end() || found->second != identity) drop.push_back(path);
+    }
+    for (const auto& [path, identity] : wanted) {
+      auto found = trashWatches_.find(path);
+      if (found == trashWatches_.end() || found->second != identity) {
+        add.push_back(path);
+      } else if (staleTrashes_.count(path) > 0) {
+        drop.push_back(path);
+        add.push_back(path);
+      }
+    }
+    trashWatches_ = std::move(wanted);
+    staleTrashes_.clear();
+  }
+  if (!queue_) return;
+  // A path whose folder was replaced holds a watch on the old folder, or none: watched anew.
+  for (const auto& path : drop) queue_->removePath(path);
+  for (const auto& path : add) queue_->addPath(path, watchqueue::kWrite);
+}
+
+std::vector<std::string> WatchTrash::walk(const std::vector<std::string>& trashes, int* stop) {
   {
     std::lock_guard lock(lock_);
     currApps_.clear();
   }
   scanning = this;
-  trv_sub_app(trash.c_str(), appcallback, stop);
+  for (const auto& trash : trashes) {
+    // A Trash replaced by a link is not followed to wherever it points.
+    if (TrashFolder::folderIdentity(trash)) trv_sub_app(trash.c_str(), appcallback, stop);
+  }
   scanning = nullptr;
   std::lock_guard lock(lock_);
   return std::exchange(currApps_, {});
@@ -114,14 +167,30 @@ void WatchTrash::scan() {
     stop = isStop_;
   }
   if (trash.empty()) return;
-  auto found = walk(trash, stop);
-  const uint64_t size = TrashFolder::sizeOfFileWithPath(trash);
-  RunLoop::main().post([weak = weak_from_this(), found = std::move(found), size] {
-    if (auto self = weak.lock()) self->applyScan(found, size);
-  });
+  // Deleted or moved away: made again. Replaced by a link or a file: left alone, told once.
+  if (!PathName::entryExists(trash)) TrashFolder::prepare();
+  const bool usable = TrashFolder::folderIdentity(trash).has_value();
+  {
+    std::lock_guard lock(lock_);
+    if (!usable && !trashUnusable_) {
+      SystemLog::log("The Trash %s is not a folder: it is neither measured nor watched",
+                     trash.c_str());
+    }
+    trashUnusable_ = !usable;
+  }
+  std::vector<std::string> trashes = VolumeTrashes::find(mountTable_, trash);
+  trashes.insert(trashes.begin(), trash);
+  auto found = walk(trashes, stop);
+  const uint64_t size = TrashFolder::sizeOfTrashes(trashes);
+  RunLoop::main().post(
+      [weak = weak_from_this(), found = std::move(found), size, trashes = std::move(trashes)] {
+        if (auto self = weak.lock()) self->applyScan(found, size, trashes);
+      });
 }
 
-void WatchTrash::applyScan(const std::vector<std::string>& found, uint64_t size) {
+void WatchTrash::applyScan(const std::vector<std::string>& found, uint64_t size,
+                           const std::vector<std::string>& trashes) {
+  watchTrashes(trashes);
   std::vector<std::string> added;
   std::optional<uint64_t> sizeToTell;
   std::shared_ptr<TrashWatchDelegate> delegate;
@@ -229,6 +298,14 @@ void WatchTrash::watchQueueReceivedNotification(FSWatchQueue& queue, const std::
     std::lock_guard lock(lock_);
     forgetLocked(path);
   } else if (name == WatchQueueWriteNotification) {
+    {
+      // A write in a Trash's parent may have replaced the Trash folder, perhaps by one with the
+      // same inode number: its watch is renewed.
+      std::lock_guard lock(lock_);
+      for (const auto& [watched, identity] : trashWatches_) {
+        if (PathName::parent(watched) == path) staleTrashes_.insert(watched);
+      }
+    }
     scanTask_->request();
   }
 }

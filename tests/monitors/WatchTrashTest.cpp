@@ -7,8 +7,10 @@
 
 #include "support/AppFixtures.h"
 #include "support/IsolatedHome.h"
+#include "support/ScratchMount.h"
 #include "vexa/monitors/WatchApplication.h"
 #include "vexa/util/RunLoop.h"
+#include "vexa/util/SystemLog.h"
 
 namespace vexa {
 namespace {
@@ -51,7 +53,8 @@ class WatchTrashTest : public ::testing::Test {
   std::string trash = isolated.trash();
   int stop = 0;
   std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
-  std::shared_ptr<WatchTrash> watch = WatchTrash::create();
+  // A mount table with no volumes: the machine's own do not count here.
+  std::shared_ptr<WatchTrash> watch = WatchTrash::create(dir.write("mountinfo", ""));
 };
 
 TEST_F(WatchTrashTest, AnApplicationMovedInIsAddedOnceAndLaterWritesReportTheSize) {
@@ -106,6 +109,72 @@ TEST_F(WatchTrashTest, TheWatchedApplicationsFolderMovedIntoTheTrash) {
   ASSERT_TRUE(heard("added " + trash + "/applications/One.app"));
   ASSERT_TRUE(heard("added " + trash + "/applications/games/two.desktop"));
   apps->stopWatch();
+}
+
+TEST_F(WatchTrashTest, ATrashDeletedIsMadeAgainAndWatchedAgain) {
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  start();
+  ASSERT_EQ(recorder->calls, std::vector<std::string>{"size 4096"});
+  fs::remove_all(trash);
+  ASSERT_TRUE(heard("size 0"));
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return fs::is_directory(trash); }, 10s));
+  fs::rename(test::makeBundle(dir, "home/Applications/A.app"), trash + "/A.app");
+  ASSERT_TRUE(heard("added " + trash + "/A.app"));
+  // Heard only through a watch on the new folder.
+  dir.write("home/.local/share/Trash/files/note", std::string(8192, 'n'));
+  ASSERT_TRUE(heard(size(trash)));
+}
+
+TEST_F(WatchTrashTest, ATrashReplacedByALinkIsNeitherFollowedNorMeasured) {
+  std::vector<std::string> logged;
+  std::mutex loggedLock;
+  SystemLog::setSink([&](const std::string& line) {
+    std::lock_guard lock(loggedLock);
+    if (line.find("is not a folder") != std::string::npos) logged.push_back(line);
+  });
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  start();
+  dir.write("elsewhere/big", std::string(65536, 'e'));
+  test::makeBundle(dir, "elsewhere/Linked.app");
+  fs::remove_all(trash);
+  fs::create_directory_symlink(dir / "elsewhere", trash);
+  ASSERT_TRUE(heard("size 0"));
+  // Back to a folder: made again when missing, and watched.
+  fs::remove(trash);
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return fs::is_directory(trash); }, 10s));
+  dir.write("home/.local/share/Trash/files/note", std::string(8192, 'n'));
+  ASSERT_TRUE(heard("size 8192"));
+  SystemLog::setSink(nullptr);
+  for (const auto& call : recorder->calls) EXPECT_EQ(call.find("added"), std::string::npos);
+  std::lock_guard lock(loggedLock);
+  EXPECT_EQ(logged.size(), 1U);
+}
+
+TEST_F(WatchTrashTest, AVolumesTrashIsWalkedMeasuredAndWatchedWhileMounted) {
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  auto real = WatchTrash::create();
+  real->setDelegate(recorder);
+  real->startWatch(&stop);
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return !recorder->calls.empty(); }, 10s));
+  const uint64_t before = std::stoull(recorder->calls[0].substr(5));
+
+  const std::string stage = dir.mkdir("stage"), volume = dir.mkdir("volume");
+  test::ScratchMount tmpfs(stage);
+  ASSERT_TRUE(tmpfs.ok());
+  const std::string volumeTrash = stage + "/.Trash-0/files";
+  fs::create_directories(volumeTrash);
+  dir.write("stage/.Trash-0/files/blob", std::string(8192, 'b'));
+  // Mounted again once its Trash exists: a mount the watcher hears of, and the same Trash twice.
+  test::ScratchMount bound(volume, stage);
+  ASSERT_TRUE(bound.ok());
+  ASSERT_TRUE(heard("size " + std::to_string(before + 8192)));
+  fs::rename(test::makeBundle(dir, "stage/A.app"), volumeTrash + "/A.app");
+  ASSERT_TRUE(heard("added " + volumeTrash + "/A.app"));
+
+  bound.unmount();
+  tmpfs.unmount();
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return real->watchApps().empty(); }, 10s));
+  real->stopWatch();
 }
 
 }  // namespace

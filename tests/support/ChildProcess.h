@@ -48,7 +48,10 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool running() const { return pid_ > 0 && !exited_; }
-  void signal(int sig) { ::kill(pid_, sig); }
+  // Never kill(-1, ...): a child that could not be spawned has no process to signal.
+  void signal(int sig) {
+    if (pid_ > 0) ::kill(pid_, sig);
+  }
   void write(const std::string& text) {
     [[maybe_unused]] ssize_t n = ::write(stdin_, text.data(), text.size());
   }
@@ -80,6 +83,7 @@ class ChildProcess {
   }
   // The exit status (or -1 at a time-out, or 128 + signal).
   int waitExit(std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
+    if (pid_ <= 0) return -1;  // waitpid(-1) would reap some other child
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
       int status = 0;

@@ -108,5 +108,35 @@ TEST_F(AgentTrashTest, VexaWatchPrintsTheApplicationsFolderMovedIntoTheTrash) {
   EXPECT_EQ(watch.waitExit(), 0);
 }
 
+TEST_F(AgentTrashTest, VexaWatchAtTheWatchLimitNamesTheSettingAndStillMeasures) {
+  if (!run("/usr/bin/unshare --user --map-root-user true 2>/dev/null")) {
+    GTEST_SKIP() << "user namespaces are not available";
+  }
+  isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  // A user namespace of its own, whose inotify watch limit is 0.
+  ChildProcess watch({"/usr/bin/unshare", "--user", "--map-root-user", "sh", "-c",
+                      "echo 0 > /proc/sys/user/max_inotify_watches && exec \"$0\" trash 2>&1",
+                      VEXA_WATCH_PATH});
+  ASSERT_TRUE(watch.running());
+  std::string logged;
+  json size;
+  while (auto line = watch.readLine(std::chrono::seconds(15))) {
+    const json parsed = json::parse(*line, nullptr, false);
+    if (parsed.is_discarded()) logged += *line + "\n";
+    if (parsed.is_object() && parsed["watch"] == "trashUsedSizeChanged") {
+      size = parsed;
+      break;
+    }
+  }
+  EXPECT_NE(logged.find("fs.inotify.max_user_watches"), std::string::npos) << logged;
+  EXPECT_NE(logged.find("WatchQueue tried to add the path " + isolated.trash() +
+                        " to watchedPathEntries, but the WatchQueuePathEntry was nil."),
+            std::string::npos)
+      << logged;
+  EXPECT_EQ(size["size"], 4096U);
+  watch.signal(SIGTERM);
+  EXPECT_EQ(watch.waitExit(), 0);
+}
+
 }  // namespace
 }  // namespace vexa

@@ -5,7 +5,8 @@
 //                      into the Trash, the Trash watcher's trashAddedApp)
 //   vexa-watch trash   the Trash: trashAddedApp, trashUsedSizeChanged
 //
-// The first line, {"watch":"started",...}, says the watch is in place.
+// The first line, {"watch":"started",...}, says the watch is in place. What the watchers log
+// goes to standard error as well.
 
 #include <cstdio>
 #include <cstring>
@@ -18,6 +19,7 @@
 #include "vexa/monitors/WatchApplication.h"
 #include "vexa/monitors/WatchTrash.h"
 #include "vexa/util/RunLoop.h"
+#include "vexa/util/SystemLog.h"
 
 namespace {
 
@@ -56,6 +58,8 @@ int main(int argc, char** argv) {
 
   const vexa::tools::StopSignals stopSignals;
 
+  // What the watchers log (a watch that cannot be placed, say) shows next to what they tell.
+  vexa::SystemLog::setMirrorToStderr(true);
   auto printer = std::make_shared<Printer>();
   static int stop = 0;
   vexa::WatchTrash& trash = vexa::WatchTrash::shared();

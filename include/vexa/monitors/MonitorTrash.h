@@ -4,6 +4,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -15,14 +17,21 @@ namespace vexa {
 class CoalescingTask;
 class HostAnnouncer;
 class MonitorDispatch;
+class MountWatch;
 class XSocketServer;
 
 // Measures the user's Trash whenever something under it changes and tells the host
 // application its new size: "TrashSizeChange" {"Used": bytes}, sent only when the size differs
 // from the last one measured, and only to a connected host (the size is kept either way).
 //
-// Measurements run on the global queue one at a time; events arriving during one ask for a
-// single further measurement, so emptying a large Trash costs two walks, not one per entry.
+// The size is the home Trash's plus those of the Trashes on other mounted volumes that exist
+// (never made there). The mount table is read again at each measurement and a mount or unmount
+// asks for one, so a volume's Trash counts and is watched while it is mounted. A Trash folder
+// deleted or replaced is made again and watched again at the next measurement.
+//
+// Measurements run on the global queue one at a time, half a second after the event that asks
+// for them; events meanwhile ask for nothing more, and those arriving during one ask for a
+// single further measurement, so emptying a large Trash costs a few walks, not one per entry.
 // Every operation is safe from any thread; nothing slow runs under the lock, and sends go out
 // on a serial queue in the order the sizes were measured.
 class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
@@ -30,7 +39,12 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
  public:
   // Uses the shared dispatcher and the shared socket server.
   static MonitorTrash& shared();
-  static std::shared_ptr<MonitorTrash> create(MonitorDispatch& dispatch, XSocketServer& server);
+  // `mountTable` is the mount table to read and watch (normally /proc/self/mountinfo).
+  static std::shared_ptr<MonitorTrash> create(MonitorDispatch& dispatch, XSocketServer& server,
+                                              std::string mountTable = kMountTable);
+  static constexpr const char* kMountTable = "/proc/self/mountinfo";
+  // How long events are let settle before the measurement they ask for.
+  static constexpr double kSettleSeconds = 0.5;
   ~MonitorTrash() override;
   MonitorTrash(const MonitorTrash&) = delete;
   MonitorTrash& operator=(const MonitorTrash&) = delete;
@@ -55,14 +69,26 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
   void fileModify(const std::string& path) override;
 
  private:
-  MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server);
+  MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable);
   void changed(const std::string& path);
+  // Registers the Trashes found now and unregisters those gone; the home Trash again when it
+  // is no longer the folder registered. Answers every Trash folder to measure.
+  std::vector<std::string> refreshTrashes();
 
   MonitorDispatch& dispatch_;
   const std::unique_ptr<HostAnnouncer> announcer_;
   const std::unique_ptr<CoalescingTask> measurement_;
-  mutable std::mutex lock_;  // guards the fields below
+  const std::string mountTable_;
+  std::mutex registration_;                 // held while registering with the dispatcher
+  mutable std::mutex lock_;                 // guards the fields below
+  std::unique_ptr<MountWatch> mountWatch_;  // while monitoring
   std::string trashPath_;
+  std::pair<uint64_t, uint64_t> trashIdentity_{0, 0};  // (device, inode) registered
+  std::vector<std::string> volumeTrashes_;             // registered
+  bool monitoring_ = false;
+  bool measurementDue_ = false;  // a measurement is asked for after the settling time
+  bool trashReplaced_ = false;   // an event named the Trash folder itself: registered anew
+  bool trashUnusable_ = false;   // the home Trash path names no folder (told once)
   uint64_t preUsedSize_ = 0;
 };
 

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "vexa/Export.h"
@@ -58,6 +59,11 @@ class VEXA_EXPORT WatchApplication : public FSWatchQueueDelegate,
 
  private:
   explicit WatchApplication(std::string appRootPath);
+  // Appends to `list` each path of `found` it lacks; answers those. Called with lock_ held.
+  static std::vector<std::string> appendNew(std::vector<std::string>& list,
+                                            const std::vector<std::string>& found);
+  // Empties currApps_ and currFolders_. Called with lock_ held.
+  void clearCurrent();
   // Walks `path`, filling currApps_ and currFolders_.
   void walk(const std::string& path, int* stop);
   std::vector<std::string>& listFor(const std::string& path);
@@ -67,6 +73,8 @@ class VEXA_EXPORT WatchApplication : public FSWatchQueueDelegate,
   const std::set<std::string> systemNames_;  // lower case
   mutable std::mutex lock_;                  // guards the fields below
   std::vector<std::string> watchApps_, watchFolders_, currApps_, currFolders_;
+  // What currApps_ and currFolders_ hold, so that a walk of thousands stays linear.
+  std::unordered_set<std::string> currAppsSeen_, currFoldersSeen_;
   int* isStop_ = nullptr;
   std::shared_ptr<ApplicationsWatchDelegate> delegate_;
 };

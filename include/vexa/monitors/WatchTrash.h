@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@ namespace vexa {
 
 class CoalescingTask;
 class FSWatchQueue;
+class MountWatch;
 
 // Follows the user's Trash in the process that uses it: the applications lying there (".app"
 // bundles, desktop entries, AppImages, also inside plain folders) and its allocated size.
@@ -25,13 +27,19 @@ class FSWatchQueue;
 // queue, one scan at a time (writes meanwhile ask for one more), and the results are applied and
 // told to the delegate on the main thread. The size told after start is compared with the size
 // at start only: once the Trash differs from it, every later write tells the size again.
+// The Trashes that exist on other mounted volumes are walked, measured and watched with the home
+// one, from the mount table read at each scan; a mount or unmount asks for a scan. The Trash
+// folder deleted or moved away is made again and watched again at the next scan; replaced by a
+// link or a file, it is neither walked nor measured until it is a folder again.
 // Operations may be called from any thread; the delegate is called on the main thread only.
 class VEXA_EXPORT WatchTrash : public FSWatchQueueDelegate,
                                public std::enable_shared_from_this<WatchTrash> {
  public:
   static WatchTrash& shared();
   // Without a kernel watch queue it measures and walks on request but hears of no change.
-  static std::shared_ptr<WatchTrash> create();
+  // `mountTable` is the mount table to read and watch.
+  static std::shared_ptr<WatchTrash> create(std::string mountTable = kMountTable);
+  static constexpr const char* kMountTable = "/proc/self/mountinfo";
   ~WatchTrash() override;
   WatchTrash(const WatchTrash&) = delete;
   WatchTrash& operator=(const WatchTrash&) = delete;
@@ -67,20 +75,31 @@ class VEXA_EXPORT WatchTrash : public FSWatchQueueDelegate,
                         const std::string& oldPath) override;
 
  private:
-  WatchTrash();
+  explicit WatchTrash(std::string mountTable);
   // Walks and measures the Trash (on the global queue) and applies the result on the main
   // thread.
   void scan();
-  void applyScan(const std::vector<std::string>& found, uint64_t size);
-  std::vector<std::string> walk(const std::string& trash, int* stop);
+  void applyScan(const std::vector<std::string>& found, uint64_t size,
+                 const std::vector<std::string>& volumes);
+  std::vector<std::string> walk(const std::vector<std::string>& trashes, int* stop);
+  // Watches each Trash folder and its parent for writes, again when the folder at a path is a
+  // new one; drops the watches of paths no longer listed or no longer folders. Main thread.
+  void watchTrashes(const std::vector<std::string>& trashes);
   // Records an application; false when it was known. Called with lock_ held.
   bool recordLocked(const std::string& path);
   void forgetLocked(const std::string& path);
 
   const std::shared_ptr<FSWatchQueue> queue_;
   std::unique_ptr<CoalescingTask> scanTask_;
+  const std::string mountTable_;
   mutable std::mutex lock_;  // guards the fields below
   std::string trashPath_;
+  std::unique_ptr<MountWatch> mountWatch_;  // while watching
+  // Each Trash folder (and Trash folder parent) watched, with the folder's (device, inode).
+  std::map<std::string, std::pair<uint64_t, uint64_t>> trashWatches_;
+  // Trash folders whose parent changed since they were watched: watched anew.
+  std::set<std::string> staleTrashes_;
+  bool trashUnusable_ = false;  // the home Trash path names no folder (told once)
   std::vector<std::string> watchApps_;
   // Of each known application as it was recorded, so that one renamed in the Trash is known.
   std::map<std::string, std::pair<uint64_t, uint64_t>> identities_;

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace vexa::test {
+
+// A small tmpfs mounted on a folder for one scope, or a bind of another mount; detached when it
+// goes (a lazy unmount: a walk still inside it does not make it fail). Root only: ok() is false
+// elsewhere, and tests skip.
+class ScratchMount {
+ public:
+  explicit ScratchMount(const std::string& folder, const std::string& bindOf = {})
+      : folder_(folder) {
+    if (::geteuid() != 0) return;
+    mounted_ = bindOf.empty()
+                   ? ::mount("vexa-test", folder.c_str(), "tmpfs", 0, "size=4m,mode=0755") == 0
+                   : ::mount(bindOf.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) == 0;
+  }
+  ~ScratchMount() { unmount(); }
+  ScratchMount(const ScratchMount&) = delete;
+  ScratchMount& operator=(const ScratchMount&) = delete;
+
+  bool ok() const { return mounted_; }
+  void unmount() {
+    if (mounted_) ::umount2(folder_.c_str(), MNT_DETACH);
+    mounted_ = false;
+  }
+
+ private:
+  std::string folder_;
+  bool mounted_ = false;
+};
+
+}  // namespace vexa::test
