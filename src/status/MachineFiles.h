@@ -23,6 +23,9 @@ class MachineFiles {
   // The target of a symbolic link, as stored.
   virtual std::optional<std::string> readLink(const std::string& path) const = 0;
   virtual const std::string& root() const = 0;
+  // Writes `text` to an existing file (a kernel control file); false when it is missing, not
+  // writable or refuses the value.
+  virtual bool write(const std::string& path, const std::string& text) const = 0;
 
   // The running process's figures that no file holds.
   virtual uint64_t pageSize() const = 0;

@@ -1,9 +1,16 @@
 #include "vexa/status/MemoryStatus.h"
 
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "status/CleanBudget.h"
 #include "status/MachineFacts.h"
 #include "status/MachineFiles.h"
+#include "status/MemoryCleaner.h"
 #include "status/MemoryFigures.h"
 #include "status/SamplerTimer.h"
+#include "vexa/util/DispatchQueue.h"
 
 namespace vexa {
 
@@ -91,6 +98,76 @@ std::optional<std::string> MemoryStatus::swapPath() const {
 std::optional<std::string> MemoryStatus::swapPrefix() const {
   std::lock_guard lock(swapLock_);
   return swapPrefix_;
+}
+
+namespace {
+
+std::mutex purgerLock;
+std::function<int32_t()>& purgerSlot() {
+  static std::function<int32_t()> purger;
+  return purger;
+}
+
+}  // namespace
+
+void MemoryStatus::setPurger(std::function<int32_t()> purger) {
+  std::lock_guard lock(purgerLock);
+  purgerSlot() = std::move(purger);
+}
+
+int32_t MemoryStatus::runPurge() {
+  std::function<int32_t()> purger;
+  {
+    std::lock_guard lock(purgerLock);
+    purger = purgerSlot();
+  }
+  return purger ? purger() : 0;
+}
+
+void MemoryStatus::clearMemory(int32_t* flag) {
+  DispatchQueue::global().async([self = shared_from_this(), flag] {
+    std::lock_guard lock(self->cleaningLock_);
+    if (self->usedPercent() >= 0.95) self->runPurge();
+    std::weak_ptr<MemoryStatus> weak = self;
+    MemoryCleaner::clean(
+        self->files_->root().empty() ? "/" : self->files_->root(),
+        [weak] {
+          if (const auto status = weak.lock()) {
+            if (const auto delegate = status->delegate()) delegate->clearMemoryCompleted();
+          }
+        },
+        false, flag);
+  });
+}
+
+bool MemoryStatus::freshMemoryInfo() {
+  const auto text = files_->read("/proc/meminfo");
+  const auto sample = text ? MemorySample::from(parseMeminfo(*text), {}) : std::nullopt;
+  if (!sample) return false;
+  std::lock_guard lock(infoLock_);
+  infoFree_ = sample->free;
+  infoInactive_ = sample->inactive;
+  physicalMemory_ = machine_facts::installedMemoryBytes(*files_);
+  return true;
+}
+
+void MemoryStatus::free() {
+  uint64_t bytes = 0;
+  {
+    std::lock_guard lock(infoLock_);
+    bytes = infoFree_ + infoInactive_;
+  }
+  // The same budget as a cleaning pass: never past what the kernel can give without reclaim.
+  bytes = std::min(bytes, CleanBudget::chunksNow(*files_) * CleanBudget::kChunkBytes);
+  for (int round = 0; round < 2 && bytes > 0; ++round) {
+    std::vector<uint32_t> words;
+    try {
+      words.resize(bytes / sizeof(uint32_t));
+    } catch (const std::bad_alloc&) {
+      return;
+    }
+    for (uint32_t& word : words) word = static_cast<uint32_t>(std::rand());
+  }
 }
 
 }  // namespace vexa

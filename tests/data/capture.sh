@@ -29,9 +29,13 @@ for chip in /sys/class/hwmon/*; do
   copy "$chip/name" "$chip"/temp*_input "$chip"/temp*_label
 done
 copy /sys/class/thermal/thermal_zone*/type /sys/class/thermal/thermal_zone*/temp
-copy /sys/fs/cgroup/memory.max /sys/fs/cgroup/memory.high /sys/fs/cgroup/memory.current \
-  /sys/fs/cgroup/memory.stat /sys/fs/cgroup/memory/memory.limit_in_bytes \
-  /sys/fs/cgroup/memory/memory.usage_in_bytes
+# This shell's memory cgroup, v1 or v2, kept at the path /proc/self/cgroup names.
+copy /proc/self/cgroup
+v1="$(sed -n 's/^[0-9]*:memory:\(.*\)$/\1/p' /proc/self/cgroup)"
+v2="$(sed -n 's/^0::\(.*\)$/\1/p' /proc/self/cgroup)"
+copy "/sys/fs/cgroup/memory$v1/memory.limit_in_bytes" "/sys/fs/cgroup/memory$v1/memory.usage_in_bytes" \
+  /sys/fs/cgroup/memory/memory.limit_in_bytes /sys/fs/cgroup/memory/memory.usage_in_bytes
+for file in memory.max memory.high memory.current memory.stat; do copy "/sys/fs/cgroup$v2/$file"; done
 
 for pid in $(ls /proc | grep -E "^[0-9]+$" | head -5); do : >"$out/proc/$pid"; done
 echo 0123456789abcdef0123456789abcdef >"$out/etc/machine-id"

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -52,6 +53,20 @@ class VEXA_EXPORT MemoryStatus : public std::enable_shared_from_this<MemoryStatu
   std::optional<nlohmann::json> swapStats();
   void initializeSwapPath();
 
+  // Cleans memory on a worker of the global queue and returns at once: purges first when
+  // usedPercent is 0.95 or more, then fills memory in the vexa-memclean child for up to ten
+  // seconds, stopping it when *flag becomes 1 (the caller keeps the flag alive until
+  // clearMemoryCompleted). Cleanings of one sampler never overlap.
+  void clearMemory(int32_t* flag);
+  // Drops the page cache through the privileged helper: its answer, 0 without a purger.
+  int32_t runPurge();
+  // Who purges: the layer that owns the privileged helper registers it.
+  static void setPurger(std::function<int32_t()> purger);
+  // Touches the budget's bytes twice in this process.
+  void free();
+  // Reads the memory-info record again; false when meminfo cannot be read.
+  bool freshMemoryInfo();
+
   std::shared_ptr<MemoryDelegate> delegate() const;
   void setDelegate(std::shared_ptr<MemoryDelegate> delegate);
   // Installed memory: online memory blocks times their size, else MemTotal.
@@ -76,6 +91,10 @@ class VEXA_EXPORT MemoryStatus : public std::enable_shared_from_this<MemoryStatu
   std::optional<std::string> swapPath_;
   std::optional<std::string> swapPrefix_;
   uint32_t peakSwapFiles_ = 0;
+  std::mutex cleaningLock_;
+  std::mutex infoLock_;
+  uint64_t infoFree_ = 0;
+  uint64_t infoInactive_ = 0;
 };
 
 }  // namespace vexa

@@ -65,6 +65,18 @@ class RootedMachineFiles final : public MachineFiles {
 
   const std::string& root() const override { return root_; }
 
+  bool write(const std::string& path, const std::string& text) const override {
+    UniqueFd fd(::open(full(path).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!fd) return false;
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    ssize_t done = 0;
+    do {
+      done = ::write(fd.get(), text.data(), text.size());
+    } while (done < 0 && errno == EINTR);
+    return done == static_cast<ssize_t>(text.size());
+  }
+
   uint64_t pageSize() const override {
     const long size = ::sysconf(_SC_PAGESIZE);
     return size > 0 ? static_cast<uint64_t>(size) : 4096;
