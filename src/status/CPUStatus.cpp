@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "status/CpuUsage.h"
+#include "status/KeptFile.h"
 #include "status/MachineFacts.h"
 #include "status/MachineFiles.h"
 #include "status/ProcParsers.h"
@@ -47,6 +48,8 @@ CPUStatus::CPUStatus(std::shared_ptr<MachineFiles> files)
   cpuName_ = getCPUName();
   cpuSpeed_ = getCPUSpeed();
   numberOfCPUs_ = getNumberOfCPUs();
+  stat_ = KeptFile::open(files_, "/proc/stat");
+  loadavg_ = KeptFile::open(files_, "/proc/loadavg");
 }
 
 CPUStatus::~CPUStatus() { timer_->stop(); }
@@ -70,12 +73,11 @@ void CPUStatus::setDelegate(std::shared_ptr<CPUDelegate> delegate) {
 }
 
 void CPUStatus::updateInfo() {
-  const auto text = files_->read("/proc/stat");
-  if (!text) return;
-  const auto ticks = parseProcStat(*text);
+  std::lock_guard lock(cpuUsageLock_);
+  if (!stat_->read(statText_)) return;
+  const auto ticks = parseProcStat(statText_);
   if (ticks.empty()) return;
 
-  std::lock_guard lock(cpuUsageLock_);
   const std::vector<CoreUsage> cores = usage_->update(ticks);
   if (!delegate_) return;
   CPUDelegate& delegate = *delegate_;
@@ -92,7 +94,8 @@ void CPUStatus::updateInfo() {
   const auto tasks = std::count_if(entries.begin(), entries.end(), [](const std::string& name) {
     return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
   });
-  const auto load = parseLoadavg(files_->read("/proc/loadavg").value_or(""));
+  if (!loadavg_->read(loadavgText_)) loadavgText_.clear();
+  const auto load = parseLoadavg(loadavgText_);
   if (load) {
     delegate.processorWithTaskCount(clampToInt32(static_cast<uint64_t>(tasks)),
                                     clampToInt32(load->threads));
@@ -106,13 +109,13 @@ void CPUStatus::updateInfo() {
 void CPUStatus::reportTemperature(CPUDelegate& delegate) {
   // The chosen sensor's file is read on every sample; the choice is made again only when that
   // file stops answering.
-  if (temperaturePath_) {
-    const auto text = files_->read(*temperaturePath_);
-    if (const auto celsius = text ? parseMillidegrees(*text) : std::nullopt) {
+  if (temperature_) {
+    const bool read = temperature_->read(temperatureText_);
+    if (const auto celsius = read ? parseMillidegrees(temperatureText_) : std::nullopt) {
       if (*celsius > 0) delegate.cpuWithTemperature(*celsius);
       return;
     }
-    temperaturePath_.reset();
+    temperature_.reset();
     temperatureSearched_ = false;
   }
   if (temperatureSearched_) return;
@@ -123,7 +126,7 @@ void CPUStatus::reportTemperature(CPUDelegate& delegate) {
                    files_->root().empty() ? "/" : files_->root().c_str());
     return;
   }
-  temperaturePath_ = choice->path;
+  temperature_ = KeptFile::open(files_, choice->path);
   if (choice->celsius > 0) delegate.cpuWithTemperature(choice->celsius);
 }
 

@@ -76,14 +76,12 @@ uint64_t installedMemoryBytes(const MachineFiles& files) {
   return 0;
 }
 
-std::vector<ZramUsage> zramDevices(const MachineFiles& files) {
-  std::vector<ZramUsage> devices;
+std::vector<std::string> zramStatFiles(const MachineFiles& files) {
+  std::vector<std::string> paths;
   for (const std::string& block : files.list("/sys/block")) {
-    if (block.rfind("zram", 0) != 0) continue;
-    const auto text = files.read("/sys/block/" + block + "/mm_stat");
-    if (const auto usage = text ? parseZramMmStat(*text) : std::nullopt) devices.push_back(*usage);
+    if (block.rfind("zram", 0) == 0) paths.push_back("/sys/block/" + block + "/mm_stat");
   }
-  return devices;
+  return paths;
 }
 
 bool swapIsEncrypted(const MachineFiles& files, const std::vector<SwapEntry>& entries) {

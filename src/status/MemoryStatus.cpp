@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "status/CleanBudget.h"
+#include "status/KeptFile.h"
 #include "status/MachineFacts.h"
 #include "status/MachineFiles.h"
 #include "status/MemoryCleaner.h"
@@ -35,6 +36,8 @@ MemoryStatus::MemoryStatus(std::shared_ptr<MachineFiles> files)
       timer_(std::make_unique<SamplerTimer>()),
       paging_(std::make_unique<PagingDeltas>()) {
   physicalMemory_ = machine_facts::installedMemoryBytes(*files_);
+  meminfo_ = KeptFile::open(files_, "/proc/meminfo");
+  vmstat_ = KeptFile::open(files_, "/proc/vmstat");
 }
 
 MemoryStatus::~MemoryStatus() { timer_->stop(); }
@@ -58,14 +61,26 @@ void MemoryStatus::setDelegate(std::shared_ptr<MemoryDelegate> delegate) {
 }
 
 void MemoryStatus::updateInfo() {
-  const auto meminfoText = files_->read("/proc/meminfo");
-  if (!meminfoText) return;
-  const auto sample =
-      MemorySample::from(parseMeminfo(*meminfoText), machine_facts::zramDevices(*files_));
-  if (!sample) return;
-  const KernelTable vmstat = parseVmstat(files_->read("/proc/vmstat").value_or(""));
-
   std::lock_guard lock(memoryUsageLock_);
+  if (!meminfo_->read(meminfoText_)) return;
+  // zram devices come and go rarely: looked for on the first sample and every minute or so.
+  constexpr unsigned kZramScanPeriod = 60;
+  if (samplesSinceZramScan_++ % kZramScanPeriod == 0) {
+    zram_.clear();
+    for (const std::string& path : machine_facts::zramStatFiles(*files_)) {
+      zram_.push_back(KeptFile::open(files_, path));
+    }
+  }
+  std::vector<ZramUsage> zram;
+  for (const auto& device : zram_) {
+    if (!device->read(zramText_)) continue;
+    if (const auto usage = parseZramMmStat(zramText_)) zram.push_back(*usage);
+  }
+  const auto sample = MemorySample::from(parseMeminfo(meminfoText_), zram);
+  if (!sample) return;
+  if (!vmstat_->read(vmstatText_)) vmstatText_.clear();
+  const KernelTable vmstat = parseVmstat(vmstatText_);
+
   const nlohmann::json vm = paging_->dictionary(vmstat, files_->pageSize());
   if (!delegate_) return;
   usedPercent_ = sample->usedFraction();

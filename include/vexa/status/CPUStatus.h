@@ -12,6 +12,7 @@
 namespace vexa {
 
 class CpuUsage;
+class KeptFile;
 class MachineFiles;
 class SamplerTimer;
 
@@ -65,8 +66,12 @@ class VEXA_EXPORT CPUStatus : public std::enable_shared_from_this<CPUStatus> {
   std::string cpuName_;
   std::optional<std::string> cpuSpeed_;
   int32_t numberOfCPUs_ = 1;
+  // The files every sample reads, kept open.
+  std::unique_ptr<KeptFile> stat_;
+  std::unique_ptr<KeptFile> loadavg_;
+  std::string statText_, loadavgText_, temperatureText_;
   // The file the temperature was last found in; re-chosen when it stops answering.
-  std::optional<std::string> temperaturePath_;
+  std::unique_ptr<KeptFile> temperature_;
   bool temperatureSearched_ = false;
 };
 

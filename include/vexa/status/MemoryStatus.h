@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -15,6 +16,7 @@
 
 namespace vexa {
 
+class KeptFile;
 class MachineFiles;
 class PagingDeltas;
 class SamplerTimer;
@@ -85,6 +87,12 @@ class VEXA_EXPORT MemoryStatus : public std::enable_shared_from_this<MemoryStatu
   std::unique_ptr<PagingDeltas> paging_;
   mutable std::mutex memoryUsageLock_;
   std::shared_ptr<MemoryDelegate> delegate_;
+  // The files every sample reads, kept open; zram devices are looked for again now and then.
+  std::unique_ptr<KeptFile> meminfo_;
+  std::unique_ptr<KeptFile> vmstat_;
+  std::vector<std::unique_ptr<KeptFile>> zram_;
+  unsigned samplesSinceZramScan_ = 0;
+  std::string meminfoText_, vmstatText_, zramText_;
   std::atomic<uint64_t> physicalMemory_{0};
   std::atomic<double> usedPercent_{0};
   mutable std::mutex swapLock_;
