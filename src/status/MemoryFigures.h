@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -23,6 +25,9 @@ struct MemorySample {
   uint64_t compressed = 0;
   uint64_t uncompressed = 0;
 
+  // The meminfo keys a sample reads.
+  static constexpr std::array<std::string_view, 6> kMeminfoKeys = {
+      "MemTotal", "MemFree", "Active", "Inactive", "Zswap", "Zswapped"};
   // Nothing when meminfo lacks MemTotal, MemFree, Active or Inactive.
   static std::optional<MemorySample> from(const KernelTable& meminfo,
                                           const std::vector<ZramUsage>& zram);
@@ -36,6 +41,9 @@ struct MemorySample {
 // first sample) reports its whole value as the change.
 class PagingDeltas {
  public:
+  // The vmstat keys the dictionary reads.
+  static constexpr std::array<std::string_view, 5> kVmstatKeys = {"pgpgin", "pgpgout", "pgfault",
+                                                                  "zswpin", "zswpout"};
   // The virtual-memory dictionary of a vmstat reading. pgpgin/pgpgout are counted in KiB by
   // the kernel and reported in pages of `pageSize` bytes.
   nlohmann::json dictionary(const KernelTable& vmstat, uint64_t pageSize);

@@ -76,10 +76,11 @@ void MemoryStatus::updateInfo() {
     if (!device->read(zramText_)) continue;
     if (const auto usage = parseZramMmStat(zramText_)) zram.push_back(*usage);
   }
-  const auto sample = MemorySample::from(parseMeminfo(meminfoText_), zram);
+  const auto sample =
+      MemorySample::from(parseMeminfo(meminfoText_, MemorySample::kMeminfoKeys), zram);
   if (!sample) return;
   if (!vmstat_->read(vmstatText_)) vmstatText_.clear();
-  const KernelTable vmstat = parseVmstat(vmstatText_);
+  const KernelTable vmstat = parseVmstat(vmstatText_, PagingDeltas::kVmstatKeys);
 
   const nlohmann::json vm = paging_->dictionary(vmstat, files_->pageSize());
   if (!delegate_) return;

@@ -68,6 +68,14 @@ std::string unescapeOctal(std::string_view text) {
   return out;
 }
 
+bool wanted(KeySet only, std::string_view key) {
+  if (only.empty()) return true;
+  for (const std::string_view name : only) {
+    if (name == key) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<uint64_t> parseUnsigned(std::string_view text) {
@@ -79,11 +87,12 @@ std::optional<uint64_t> parseUnsigned(std::string_view text) {
   return value;
 }
 
-KernelTable parseMeminfo(std::string_view text) {
+KernelTable parseMeminfo(std::string_view text, KeySet only) {
   KernelTable table;
   forEachLine(text, [&](std::string_view line) {
     const size_t colon = line.find(':');
     if (colon == std::string_view::npos || colon == 0) return;
+    if (!wanted(only, trim(line.substr(0, colon)))) return;
     const auto parts = fields(line.substr(colon + 1));
     if (parts.empty() || parts.size() > 2) return;
     const auto value = parseUnsigned(parts[0]);
@@ -99,12 +108,17 @@ KernelTable parseMeminfo(std::string_view text) {
   return table;
 }
 
-KernelTable parseVmstat(std::string_view text) {
+KernelTable parseVmstat(std::string_view text, KeySet only) {
   KernelTable table;
   forEachLine(text, [&](std::string_view line) {
-    const auto parts = fields(line);
-    if (parts.size() != 2) return;
-    if (const auto value = parseUnsigned(parts[1])) table.emplace(std::string(parts[0]), *value);
+    line = trim(line);
+    const size_t space = line.find_first_of(" \t");
+    if (space == std::string_view::npos) return;
+    const std::string_view name = line.substr(0, space);
+    if (!wanted(only, name)) return;
+    // Exactly two fields: the rest must be one number.
+    if (const auto value = parseUnsigned(line.substr(space)))
+      table.emplace(std::string(name), *value);
   });
   return table;
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,12 +20,15 @@ using KernelTable = std::map<std::string, uint64_t, std::less<>>;
 // empty, holds anything else or does not fit 64 bits.
 std::optional<uint64_t> parseUnsigned(std::string_view text);
 
+// Keys a caller wants; empty means all of them.
+using KeySet = std::span<const std::string_view>;
+
 // /proc/meminfo: "Key:   value kB" lines as bytes ("kB" lines multiplied by 1024, lines
 // without a unit as read). Lines without a number, and values whose bytes overflow, are left
 // out.
-KernelTable parseMeminfo(std::string_view text);
+KernelTable parseMeminfo(std::string_view text, KeySet only = {});
 // /proc/vmstat: "name value" lines.
-KernelTable parseVmstat(std::string_view text);
+KernelTable parseVmstat(std::string_view text, KeySet only = {});
 
 // One "cpuN" line of /proc/stat. Columns the kernel did not print count 0.
 struct CoreTicks {
