@@ -1,5 +1,7 @@
 #include "status/MachineFacts.h"
 
+#include <cmath>
+
 #include "status/MachineFiles.h"
 
 namespace vexa::machine_facts {
@@ -32,7 +34,7 @@ std::optional<uint64_t> processorClockHz(const MachineFiles& files) {
   }
   if (const auto text = files.read("/proc/cpuinfo")) {
     if (const auto mhz = parseCpuinfo(*text).megahertz; mhz && *mhz < 1e9) {
-      return static_cast<uint64_t>(*mhz * 1e6 + 0.5);
+      return static_cast<uint64_t>(std::llround(*mhz * 1e6));
     }
   }
   return std::nullopt;

@@ -72,7 +72,7 @@ void SmcConnection::encodeSp78(double celsius, unsigned char bytes[2]) {
   // decodeSp78 reads both bytes as signed: pick the low byte first, then the high byte that
   // makes up the difference.
   const int value = static_cast<int>(std::lround(celsius * 64.0)) * 4;
-  const int low = static_cast<int8_t>(value & 0xFF);
+  const int low = (value & 0xFF) >= 0x80 ? (value & 0xFF) - 0x100 : (value & 0xFF);
   bytes[0] = static_cast<unsigned char>(((value - low) / 256) & 0xFF);
   bytes[1] = static_cast<unsigned char>(low & 0xFF);
 }

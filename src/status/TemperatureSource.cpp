@@ -81,11 +81,15 @@ std::vector<HwmonChip> readHwmonChips(const MachineFiles& files) {
         continue;
       }
       const std::string stem = file.substr(0, file.size() - 6);
-      const auto celsius = files.read(folder + "/" + file);
+      std::string input = folder;
+      input.append("/").append(file);
+      const auto celsius = files.read(input);
       const auto value = celsius ? parseMillidegrees(*celsius) : std::nullopt;
       if (!value) continue;
-      const auto label = trimmedValue(files.read(folder + "/" + stem + "_label"));
-      chip.sensors.push_back({label.value_or(stem), *value, folder + "/" + file});
+      std::string labelFile = folder;
+      labelFile.append("/").append(stem).append("_label");
+      const auto label = trimmedValue(files.read(labelFile));
+      chip.sensors.push_back({label.value_or(stem), *value, std::move(input)});
     }
     chips.push_back(std::move(chip));
   }

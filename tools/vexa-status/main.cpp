@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -79,9 +80,7 @@ int usage(const char* problem) {
   return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   bool once = false;
   int interval = 1;
   std::string root = "/";
@@ -161,4 +160,15 @@ int main(int argc, char** argv) {
   }).detach();
   loop.run();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {  // out of memory, say: said, not a crash
+    std::fprintf(stderr, "vexa-status: %s\n", e.what());
+    return 1;
+  }
 }
