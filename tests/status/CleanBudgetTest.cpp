@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "status/MachineFiles.h"
+#include "status/MemoryCleaner.h"
+#include "support/TempDir.h"
 
 namespace vexa {
 namespace {
@@ -86,6 +91,22 @@ TEST(CleanBudgetTest, CgroupHeadroomOnFixtureMachines) {
   EXPECT_FALSE(CleanBudget::shouldStop(*vm));
   // v2 at the root: no limit files.
   EXPECT_FALSE(CleanBudget::cgroupHeadroom(*MachineFiles::underRoot(machine("intel-laptop"))));
+}
+
+// Before a cleaning fills memory, the cgroup is asked to reclaim its inactive file pages, when
+// its memory.reclaim can be written (a cgroup v2 kernel of 5.19 or later).
+TEST(CleanBudgetTest, ReclaimWritesTheInactiveFileBytes) {
+  test::TempDir box;
+  std::filesystem::copy(machine("amd-desktop"), box.path(),
+                        std::filesystem::copy_options::recursive);
+  EXPECT_FALSE(MemoryCleaner::reclaimInactiveFiles(box.path()));
+  const std::string reclaim = box.write("sys/fs/cgroup/user.slice/app.scope/memory.reclaim", "");
+  EXPECT_TRUE(MemoryCleaner::reclaimInactiveFiles(box.path()));
+  std::ifstream written(reclaim);
+  std::string bytes;
+  written >> bytes;
+  EXPECT_EQ(bytes, "20971520");
+  EXPECT_FALSE(MemoryCleaner::reclaimInactiveFiles(machine("vm-2cpu")));
 }
 
 }  // namespace

@@ -39,7 +39,16 @@ void print(const char* source, const char* call, nlohmann::json data) {
   const nlohmann::json line = {
       {"time", now}, {"source", source}, {"call", call}, {"data", std::move(data)}};
   std::printf("%s\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
-  std::fflush(stdout);
+  // One write per sample rather than one per line: the lines of a sample are printed in one
+  // turn of the main loop, and the flush runs at its next turn. (With --once, exit flushes.)
+  static bool flushPending = false;
+  if (!flushPending) {
+    flushPending = true;
+    vexa::RunLoop::main().post([] {
+      flushPending = false;
+      std::fflush(stdout);
+    });
+  }
 }
 
 class Printer : public vexa::MemoryDelegate, public vexa::CPUDelegate {
