@@ -120,6 +120,48 @@ TEST(MemoryCleaningLiveTest, FlagSetAtStartSkipsAllocationButStillCompletes) {
   EXPECT_EQ(childPeakKiB(), 0);
 }
 
+struct PurgeCase {
+  const char* name;
+  uint64_t freeKiB;
+  uint64_t activeKiB;
+  int purges;
+};
+
+class PurgeThresholdTest : public ::testing::TestWithParam<PurgeCase> {};
+
+// A cleaning purges first when the last sample found (active + wired) / total at 0.95 or more.
+TEST_P(PurgeThresholdTest, PurgesFromNinetyFivePercent) {
+  test::TempDir box;
+  box.write("proc/meminfo", "MemTotal: 100000 kB\nMemFree: " + std::to_string(GetParam().freeKiB) +
+                                " kB\nMemAvailable: 1000 kB\nActive: " +
+                                std::to_string(GetParam().activeKiB) + " kB\nInactive: 0 kB\n");
+  std::atomic<int> purges{0};
+  MemoryStatus::setPurger([&] {
+    purges.fetch_add(1);
+    return 1;
+  });
+  auto memory = MemoryStatus::create(box.path());
+  auto recorder = std::make_shared<CompletionRecorder>();
+  memory->setDelegate(recorder);
+  memory->updateInfo();
+  int32_t flag = 1;
+  memory->clearMemory(&flag);
+  ASSERT_TRUE(recorder->done.waitFor(1, 5s));
+  EXPECT_EQ(purges.load(), GetParam().purges);
+  MemoryStatus::setPurger(nullptr);
+  EXPECT_EQ(memory->runPurge(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(UsedShares, PurgeThresholdTest,
+                         ::testing::Values(PurgeCase{"Exactly95", 5000, 95000, 1},
+                                           PurgeCase{"Just Under", 5010, 94990, 0},
+                                           PurgeCase{"Full", 0, 100000, 1}),
+                         [](const auto& row) {
+                           std::string name = row.param.name;
+                           std::erase(name, ' ');
+                           return name;
+                         });
+
 std::atomic<int> hostAlarms{0};
 void hostAlarm(int) { hostAlarms.fetch_add(1); }
 
