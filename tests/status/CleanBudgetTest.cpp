@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <filesystem>
 #include <fstream>
 
@@ -21,6 +23,7 @@ struct BudgetCase {
   std::optional<uint64_t> headroom;
   uint64_t chunks;
 };
+void PrintTo(const BudgetCase& c, std::ostream* os) { *os << c.name; }
 
 class CleanBudgetTest : public ::testing::TestWithParam<BudgetCase> {};
 
@@ -58,6 +61,7 @@ struct PressureCase {
   const char* text;
   bool high;
 };
+void PrintTo(const PressureCase& c, std::ostream* os) { *os << c.text; }
 
 class PressureTest : public ::testing::TestWithParam<PressureCase> {};
 

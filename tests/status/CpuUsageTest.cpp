@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace vexa {
 namespace {
 
@@ -16,6 +18,7 @@ struct DeltaCase {
   CoreTicks after;
   int64_t system, user, idle, total;
 };
+void PrintTo(const DeltaCase& c, std::ostream* os) { *os << c.name; }
 
 class CpuDeltaTest : public ::testing::TestWithParam<DeltaCase> {};
 

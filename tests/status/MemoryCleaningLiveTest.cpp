@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <unistd.h>
 
 #include <atomic>
@@ -126,6 +128,7 @@ struct PurgeCase {
   uint64_t activeKiB;
   int purges;
 };
+void PrintTo(const PurgeCase& c, std::ostream* os) { *os << c.name; }
 
 class PurgeThresholdTest : public ::testing::TestWithParam<PurgeCase> {};
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace vexa {
 namespace {
 
@@ -50,6 +52,7 @@ struct PagingCase {
   uint64_t firstIn, secondIn;
   uint64_t firstDelta, secondDelta;
 };
+void PrintTo(const PagingCase& c, std::ostream* os) { *os << c.name; }
 
 class PagingDeltasTest : public ::testing::TestWithParam<PagingCase> {};
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace vexa {
 namespace {
 
@@ -11,6 +13,7 @@ struct MeminfoCase {
   const char* key;
   std::optional<uint64_t> bytes;
 };
+void PrintTo(const MeminfoCase& c, std::ostream* os) { *os << c.name; }
 
 class MeminfoTest : public ::testing::TestWithParam<MeminfoCase> {};
 
@@ -52,6 +55,7 @@ struct StatCase {
   uint64_t firstIdle;
   uint64_t firstSteal;
 };
+void PrintTo(const StatCase& c, std::ostream* os) { *os << c.name; }
 
 class ProcStatTest : public ::testing::TestWithParam<StatCase> {};
 
@@ -116,6 +120,7 @@ struct CpuListCase {
   const char* text;
   std::optional<size_t> count;
 };
+void PrintTo(const CpuListCase& c, std::ostream* os) { *os << c.text; }
 
 class CpuListTest : public ::testing::TestWithParam<CpuListCase> {};
 
@@ -139,6 +144,7 @@ struct MillidegreesCase {
   const char* text;
   std::optional<double> celsius;
 };
+void PrintTo(const MillidegreesCase& c, std::ostream* os) { *os << c.text; }
 
 class MillidegreesTest : public ::testing::TestWithParam<MillidegreesCase> {};
 

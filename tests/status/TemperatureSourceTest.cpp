@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 namespace vexa {
 namespace {
 
@@ -11,6 +13,7 @@ struct ChoiceCase {
   std::vector<ThermalZone> zones;
   std::optional<std::string> source;
 };
+void PrintTo(const ChoiceCase& c, std::ostream* os) { *os << c.name; }
 
 class TemperatureChoiceTest : public ::testing::TestWithParam<ChoiceCase> {};
 
@@ -52,6 +55,7 @@ struct Sp78Case {
   unsigned char high, low;
   double celsius;
 };
+void PrintTo(const Sp78Case& c, std::ostream* os) { *os << int(c.high) << " " << int(c.low); }
 
 class Sp78Test : public ::testing::TestWithParam<Sp78Case> {};
 
