@@ -286,6 +286,12 @@ void PrintTo(const BrandCase& c, std::ostream* os) {
   for (const char ch : c.brand.value_or("(none)")) *os << (ch >= ' ' && ch <= '~' ? ch : '?');
 }
 
+class BrandNameTest : public ::testing::TestWithParam<BrandCase> {};
+
+TEST_P(BrandNameTest, KeepsTheFamilyWords) {
+  EXPECT_EQ(SystemStatus::_parseBrandName(GetParam().brand), GetParam().name);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Brands, BrandNameTest,
     ::testing::Values(BrandCase{"Intel(R) Core(TM) i7-4770HQ CPU @ 2.20GHz", "Intel Core i7"},
