@@ -1,6 +1,7 @@
 #include "util/ProcessRunner.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -118,5 +119,25 @@ int ProcessRunner::runDetached(const std::vector<std::string>& argv) {
   const pid_t child = spawn(argv, kNullDevice, kNullDevice, kInherit, "");
   return child < 0 ? -1 : waitFor(child);
 }
+
+int ProcessRunner::start(const std::vector<std::string>& argv) {
+  if (argv.empty()) return -1;
+  return spawn(argv, kNullDevice, kNullDevice, kInherit, "");
+}
+
+bool ProcessRunner::hasExited(int pid) {
+  int status = 0;
+  pid_t done = 0;
+  do {
+    done = waitpid(pid, &status, WNOHANG);
+  } while (done < 0 && errno == EINTR);
+  return done != 0;
+}
+
+void ProcessRunner::terminate(int pid) {
+  if (pid > 0) ::kill(pid, SIGTERM);
+}
+
+int ProcessRunner::wait(int pid) { return waitFor(pid); }
 
 }  // namespace vexa

@@ -27,6 +27,15 @@ class ProcessRunner {
   // waits for it alone: whatever it starts and leaves running holds no pipe of ours. The exit
   // status, or -1 when it could not be started or was killed.
   static int runDetached(const std::vector<std::string>& argv);
+
+  // Starts argv[0] as runDetached does, without waiting: its process id, or -1.
+  static int start(const std::vector<std::string>& argv);
+  // Whether a started child has ended (it is then reaped); never blocks.
+  static bool hasExited(int pid);
+  // Sends SIGTERM to a started child.
+  static void terminate(int pid);
+  // Waits for a started child: its exit status, or -1 when killed.
+  static int wait(int pid);
 };
 
 }  // namespace vexa

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# The status samplers against psutil and the read floor, in one run:
+#   memory   one MemoryStatus sample vs psutil virtual_memory() + swap_memory() vs pread of
+#            /proc/meminfo and /proc/vmstat on descriptors kept open (the floor);
+#   cpu      one CPUStatus sample vs psutil cpu_times(percpu=True);
+#   idle     vexa-status running the three samplers every second for IDLE_SECONDS (default 60):
+#            its CPU time as a share of one core.
+set -euo pipefail
+top="$(cd "$(dirname "$0")/../.." && pwd)"
+build="${BUILD:-$top/build}"
+"$top/scripts/setup.sh"
+"$top/scripts/build.sh" "$build" "" vexa_bench vexa-status >/dev/null
+idle_seconds="${IDLE_SECONDS:-60}"
+
+out="$(mktemp)"
+"$build/bench/vexa_bench" --benchmark_filter='(Memory|Cpu)Sample' --benchmark_min_time=2 \
+  --benchmark_out="$out" --benchmark_out_format=json >/dev/null 2>&1
+bench="$(cat "$out")"
+rm -f "$out"
+us() {  # us NAME: the benchmark's real time per iteration in microseconds
+  /usr/bin/python3 -c 'import json,sys
+for b in json.load(sys.stdin)["benchmarks"]:
+    if b["name"] == sys.argv[1]:
+        scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3}[b["time_unit"]]
+        print("%.2f" % (b["real_time"] * scale))' "$1" <<<"$bench"
+}
+psutil_us() {  # psutil_us EXPRESSION: microseconds per call
+  /usr/bin/python3 -c 'import psutil, timeit, sys
+n = 2000
+print("%.2f" % (min(timeit.repeat(sys.argv[1], "import psutil", number=n, repeat=5)) / n * 1e6))' "$1"
+}
+
+memory=$(us MemorySample/library)
+floor=$(us MemorySample/floor)
+cpu=$(us CpuSample/library)
+cpu_floor=$(us CpuSample/floor)
+ps_memory=$(psutil_us "psutil.virtual_memory(); psutil.swap_memory()")
+ps_cpu=$(psutil_us "psutil.cpu_times(percpu=True)")
+ratio() { /usr/bin/python3 -c 'import sys; print("%.2f" % (float(sys.argv[1]) / float(sys.argv[2])))' "$1" "$2"; }
+
+echo "memory sample: vexa ${memory} us, psutil ${ps_memory} us, floor ${floor} us"
+echo "  vexa/psutil $(ratio "$memory" "$ps_memory")   vexa/floor $(ratio "$memory" "$floor")"
+echo "cpu sample:    vexa ${cpu} us, psutil ${ps_cpu} us, floor ${cpu_floor} us"
+echo "  vexa/psutil $(ratio "$cpu" "$ps_cpu")   vexa/floor $(ratio "$cpu" "$cpu_floor")"
+
+"$build/tools/vexa-status/vexa-status" --json --interval 1 >/dev/null &
+pid=$!
+trap 'kill $pid 2>/dev/null || true' EXIT
+sleep 1
+read -r -a start < <(cut -d' ' -f14,15 "/proc/$pid/stat")
+sleep "$idle_seconds"
+read -r -a end < <(cut -d' ' -f14,15 "/proc/$pid/stat")
+ticks=$(( (end[0] + end[1]) - (start[0] + start[1]) ))
+hz=$(getconf CLK_TCK)
+/usr/bin/python3 -c 'import sys
+t, hz, s = map(float, sys.argv[1:])
+print("idle: three samplers at 1 s for %d s: %.0f ticks, %.3f %% of a core" % (s, t, 100 * t / hz / s))' \
+  "$ticks" "$hz" "$idle_seconds"

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vexa {
+
+// The samplers' view of the machine: the /proc, /sys and /etc files they read, resolved under a
+// root folder ("/" for the running machine, a fixture tree in tests and under --sysroot).
+// Paths are absolute as on the machine ("/proc/meminfo").
+class MachineFiles {
+ public:
+  virtual ~MachineFiles() = default;
+
+  // The whole of a small regular file, or nothing when it is missing, unreadable or not a
+  // regular file (a FIFO or a device is never waited on).
+  virtual std::optional<std::string> read(const std::string& path) const = 0;
+  // The names in a folder, sorted; empty when it cannot be listed.
+  virtual std::vector<std::string> list(const std::string& folder) const = 0;
+  // The target of a symbolic link, as stored.
+  virtual std::optional<std::string> readLink(const std::string& path) const = 0;
+  virtual const std::string& root() const = 0;
+  // Writes `text` to an existing file (a kernel control file); false when it is missing, not
+  // writable or refuses the value.
+  virtual bool write(const std::string& path, const std::string& text) const = 0;
+
+  // The running process's figures that no file holds.
+  virtual uint64_t pageSize() const = 0;
+  virtual uint32_t userId() const = 0;
+
+  // The machine under `root`; "/" or "" means this machine.
+  static std::shared_ptr<MachineFiles> underRoot(const std::string& root);
+};
+
+}  // namespace vexa

@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "status/StatusRecorder.h"
+#include "vexa/status/CPUStatus.h"
+#include "vexa/status/MemoryStatus.h"
+#include "vexa/status/SystemStatus.h"
+#include "vexa/util/RunLoop.h"
+
+namespace vexa {
+namespace {
+
+using namespace std::chrono_literals;
+using test::StatusRecorder;
+
+// The shared samplers of this machine report on their own timers within two seconds, on the
+// loop of the thread that made them.
+TEST(StatusLiveTest, SharedSamplersReportWithinTwoSeconds) {
+  MemoryStatus* memory = MemoryStatus::shared();
+  CPUStatus* cpu = CPUStatus::shared();
+  ASSERT_TRUE(memory && cpu);
+  EXPECT_EQ(memory, MemoryStatus::shared());
+  auto recorder = std::make_shared<StatusRecorder>();
+  memory->setDelegate(recorder);
+  cpu->setDelegate(recorder);
+  const RunLoop loop = RunLoop::current();
+  EXPECT_TRUE(loop.runUntil(
+      [&] {
+        return !recorder->calls("updateMemoryStatus").empty() &&
+               !recorder->calls("cpuUsedWithSystem").empty();
+      },
+      2500ms));
+  EXPECT_EQ(recorder->calls("cpuUsedWithCore").size() / recorder->calls("cpuUsedWithSystem").size(),
+            static_cast<size_t>(cpu->numberOfCPUs()));
+  // No sensor on a machine without hwmon and thermal zones: no temperature.
+  if (!std::filesystem::exists("/sys/class/hwmon") &&
+      std::filesystem::is_empty("/sys/class/thermal")) {
+    EXPECT_TRUE(recorder->calls("cpuWithTemperature").empty());
+  }
+  EXPECT_TRUE(SystemStatus::shared().sysOSVersion());
+}
+
+// Setting the interval it already has keeps the timer: samples keep their one-second rhythm
+// instead of starting a new period.
+TEST(StatusLiveTest, UnchangedIntervalKeepsTheTimer) {
+  auto cpu = CPUStatus::create("/");
+  ASSERT_TRUE(cpu);
+  auto recorder = std::make_shared<StatusRecorder>();
+  cpu->setDelegate(recorder);
+  const RunLoop loop = RunLoop::current();
+  const auto start = std::chrono::steady_clock::now();
+  // Re-set every 300 ms: a timer made anew each time would never fire.
+  while (std::chrono::steady_clock::now() - start < 1600ms &&
+         recorder->calls("cpuUsedWithSystem").empty()) {
+    cpu->setFreshInterval(1);
+    loop.runUntil([] { return false; }, 300ms);
+  }
+  EXPECT_EQ(recorder->calls("cpuUsedWithSystem").size(), 1u);
+  EXPECT_EQ(cpu->freshInterval(), 1);
+
+  cpu->setFreshInterval(0);
+  recorder->clear();
+  loop.runUntil([] { return false; }, 1200ms);
+  EXPECT_EQ(recorder->size(), 0u);
+}
+
+}  // namespace
+}  // namespace vexa

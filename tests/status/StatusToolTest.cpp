@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+struct ToolRun {
+  int status = -1;
+  std::vector<nlohmann::json> lines;
+};
+
+ToolRun runTool(const std::string& arguments) {
+  ToolRun run;
+  const std::string command = std::string(VEXA_STATUS_TOOL) + " " + arguments + " 2>/dev/null";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (!pipe) return run;
+  char buffer[65536];
+  while (std::fgets(buffer, sizeof buffer, pipe)) {
+    run.lines.push_back(nlohmann::json::parse(buffer, nullptr, false));
+  }
+  run.status = pclose(pipe);
+  return run;
+}
+
+std::vector<std::string> calls(const ToolRun& run) {
+  std::vector<std::string> names;
+  for (const auto& line : run.lines) names.push_back(line.value("call", "?"));
+  return names;
+}
+
+TEST(StatusToolTest, OnceOnAFixtureMachinePrintsEveryCallBack) {
+  const auto start = std::chrono::steady_clock::now();
+  const ToolRun run =
+      runTool("--json --once --sysroot " VEXA_TEST_DATA_DIR "/machines/intel-laptop");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(calls(run),
+            (std::vector<std::string>{
+                "setupSystemInformation", "updateMemoryStatus", "cpuUsedWithCore",
+                "cpuUsedWithCore", "cpuUsedWithCore", "cpuUsedWithCore", "cpuUsedWithSystem",
+                "processorWithTaskCount", "loadAverageWith1m", "cpuWithTemperature"}));
+  for (const auto& line : run.lines) {
+    ASSERT_TRUE(line.is_object());
+    EXPECT_TRUE(line["time"].is_number());
+    EXPECT_TRUE(line["data"].is_object());
+  }
+  EXPECT_EQ(run.lines[0]["data"]["sysModelID"], "XPS 13 9310");
+  EXPECT_EQ(run.lines[1]["data"]["swap"]["swap_prefix"], "zram0");
+  EXPECT_TRUE(run.lines[1]["data"]["vm"].is_object());
+  EXPECT_EQ(run.lines[9]["data"]["temperature"], 59.5);
+  EXPECT_EQ(run.lines[9]["source"], "cpu");
+}
+
+TEST(StatusToolTest, OnlyPicksTheSamplers) {
+  const ToolRun run =
+      runTool("--json --once --only memory --sysroot " VEXA_TEST_DATA_DIR "/machines/vm-2cpu");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(calls(run), std::vector<std::string>{"updateMemoryStatus"});
+}
+
+TEST(StatusToolTest, BadArgumentsAndAnEmptyRoot) {
+  EXPECT_NE(runTool("--only disk").status, 0);
+  EXPECT_NE(runTool("--interval 0").status, 0);
+  const ToolRun empty = runTool("--json --once --only cpu,memory --sysroot /nonexistent");
+  EXPECT_EQ(empty.status, 0);
+  EXPECT_TRUE(empty.lines.empty());
+}
+
+}  // namespace

@@ -1,0 +1,183 @@
+// vexa-status: runs the samplers and prints every call-back they make as one JSON line:
+//
+//   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system", "call": the delegate
+//    operation, "data": {...}}
+//
+// "data" is the sampler's dictionary where the call-back carries one (memory: the memory
+// dictionary, with the virtual-memory and swap dictionaries under "vm" and "swap"), else the
+// call's arguments by name. System information is one "system" line.
+//
+//   --json          JSON Lines on standard output (the only output for now)
+//   --once          one sample of every sampler, then exit
+//   --only LIST     memory,cpu,system (comma-separated); all by default
+//   --interval N    seconds between samples (default 1)
+//   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
+#include <signal.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "vexa/status/CPUStatus.h"
+#include "vexa/status/MemoryStatus.h"
+#include "vexa/status/SystemStatus.h"
+#include "vexa/util/RunLoop.h"
+
+namespace {
+
+void print(const char* source, const char* call, nlohmann::json data) {
+  const double now =
+      std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+  const nlohmann::json line = {
+      {"time", now}, {"source", source}, {"call", call}, {"data", std::move(data)}};
+  std::printf("%s\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  // One write per sample rather than one per line: the lines of a sample are printed in one
+  // turn of the main loop, and the flush runs at its next turn. (With --once, exit flushes.)
+  static bool flushPending = false;
+  if (!flushPending) {
+    flushPending = true;
+    vexa::RunLoop::main().post([] {
+      flushPending = false;
+      std::fflush(stdout);
+    });
+  }
+}
+
+class Printer : public vexa::MemoryDelegate, public vexa::CPUDelegate {
+ public:
+  void updateMemoryStatus(const nlohmann::json& memory, const nlohmann::json& vm,
+                          const std::optional<nlohmann::json>& swap) override {
+    nlohmann::json data = memory;
+    data["vm"] = vm;
+    data["swap"] = swap ? *swap : nlohmann::json();
+    print("memory", "updateMemoryStatus", std::move(data));
+  }
+  void clearMemoryCompleted() override { print("memory", "clearMemoryCompleted", {}); }
+  void cpuUsedWithCore(uint32_t core, float system, float user, float idle) override {
+    print("cpu", "cpuUsedWithCore",
+          {{"core", core}, {"system", system}, {"user", user}, {"idle", idle}});
+  }
+  void cpuUsedWithSystem(float system, float user, float idle) override {
+    print("cpu", "cpuUsedWithSystem", {{"system", system}, {"user", user}, {"idle", idle}});
+  }
+  void processorWithTaskCount(int32_t taskCount, int32_t threadCount) override {
+    print("cpu", "processorWithTaskCount",
+          {{"taskCount", taskCount}, {"threadCount", threadCount}});
+  }
+  void loadAverageWith1m(float oneMinute, float fiveMinutes, float fifteenMinutes) override {
+    print("cpu", "loadAverageWith1m",
+          {{"1m", oneMinute}, {"5m", fiveMinutes}, {"15m", fifteenMinutes}});
+  }
+  void cpuWithTemperature(double temperature) override {
+    print("cpu", "cpuWithTemperature", {{"temperature", temperature}});
+  }
+};
+
+int usage(const char* problem) {
+  if (problem) std::fprintf(stderr, "vexa-status: %s\n", problem);
+  std::fprintf(stderr,
+               "usage: vexa-status --json [--once] [--only memory,cpu,system] [--interval N] "
+               "[--sysroot DIR]\n");
+  return 2;
+}
+
+int run(int argc, char** argv) {
+  bool once = false;
+  int interval = 1;
+  std::string root = "/";
+  std::set<std::string> only = {"memory", "cpu", "system"};
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    const bool hasValue = i + 1 < argc;
+    if (arg == "--json") {
+      continue;
+    } else if (arg == "--once") {
+      once = true;
+    } else if (arg == "--only" && hasValue) {
+      only.clear();
+      std::stringstream list(argv[++i]);
+      std::string name;
+      while (std::getline(list, name, ',')) {
+        if (name != "memory" && name != "cpu" && name != "system") {
+          return usage("--only takes memory, cpu and system");
+        }
+        only.insert(name);
+      }
+    } else if (arg == "--interval" && hasValue) {
+      char* end = nullptr;
+      const long value = std::strtol(argv[++i], &end, 10);
+      if (*end != '\0' || value < 1 || value > 86400) return usage("--interval takes 1 to 86400");
+      interval = static_cast<int>(value);
+    } else if (arg == "--sysroot" && hasValue) {
+      root = argv[++i];
+    } else if (arg == "--help" || arg == "-h") {
+      usage(nullptr);
+      return 0;
+    } else {
+      return usage(("unknown argument " + arg).c_str());
+    }
+  }
+
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  sigaddset(&stopSignals, SIGINT);
+  sigaddset(&stopSignals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  auto printer = std::make_shared<Printer>();
+  std::shared_ptr<vexa::MemoryStatus> memory;
+  std::shared_ptr<vexa::CPUStatus> cpu;
+  if (only.contains("memory")) {
+    memory = vexa::MemoryStatus::create(root);
+    if (!memory) std::fprintf(stderr, "vexa-status: no memory figures under %s\n", root.c_str());
+  }
+  if (only.contains("cpu")) {
+    cpu = vexa::CPUStatus::create(root);
+    if (!cpu) std::fprintf(stderr, "vexa-status: no processor figures under %s\n", root.c_str());
+  }
+  if (memory) memory->setDelegate(printer);
+  if (cpu) cpu->setDelegate(printer);
+  if (only.contains("system")) {
+    print("system", "setupSystemInformation", vexa::SystemStatus::create(root)->dictionary());
+  }
+
+  if (once) {
+    if (memory) memory->updateInfo();
+    // Usage is a difference of two readings: the first was taken when the sampler was made.
+    if (cpu) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(250));
+      cpu->updateInfo();
+    }
+    return 0;
+  }
+
+  if (memory) memory->setFreshInterval(interval);
+  if (cpu) cpu->setFreshInterval(interval);
+  vexa::RunLoop loop = vexa::RunLoop::main();
+  std::thread([stopSignals, loop] {
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+    loop.quit();
+  }).detach();
+  loop.run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {  // out of memory, say: said, not a crash
+    std::fprintf(stderr, "vexa-status: %s\n", e.what());
+    return 1;
+  }
+}
