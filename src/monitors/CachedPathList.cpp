@@ -85,9 +85,14 @@ bool CachedPathList::change(const std::string& path, bool adding) {
     }
     announcer_.post(std::move(send));
   }
-  SystemLog::write((adding ? names_.addLog : names_.removeLog) + path);
+  const std::string& log = adding ? names_.addLog : names_.removeLog;
+  if (!log.empty()) SystemLog::write(log + path);
   writer_->request();
   return true;
+}
+
+void CachedPathList::announce(const std::string& name, const std::string& path) {
+  announcer_.post(announcer_.prepare(Message(name, {{"Path", path}})));
 }
 
 bool CachedPathList::contains(const std::string& path) const {

@@ -28,8 +28,8 @@ class CachedPathList : public std::enable_shared_from_this<CachedPathList> {
     std::string cacheKey;       // "InstallPackage"
     std::string addMessage;     // "PackageAdd"
     std::string removeMessage;  // "PackageRemove"
-    std::string addLog;         // "Add Package: %s"
-    std::string removeLog;      // "Remove Package: %s"
+    std::string addLog;         // "Add Package: ", logged with the path; empty: no log
+    std::string removeLog;      // "Remove Package: "
   };
 
   static std::shared_ptr<CachedPathList> create(Names names, XSocketServer& server);
@@ -53,6 +53,8 @@ class CachedPathList : public std::enable_shared_from_this<CachedPathList> {
   // Removes and announces; false when it was not listed.
   bool remove(const std::string& path);
   bool contains(const std::string& path) const;
+  // Tells the host `name` {"Path": path}, after every change announced before.
+  void announce(const std::string& name, const std::string& path);
   void clear();
   std::vector<std::string> paths() const;
 
