@@ -7,6 +7,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "util/Utf8.h"
+
 namespace vexa {
 
 namespace {
@@ -186,24 +188,6 @@ class PrefsScanner {
     return true;
   }
 
-  static void appendUtf8(std::string& out, uint32_t c) {
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-
   bool hex(size_t digits, uint32_t& value) {
     if (s_.size() - at_ < digits) return false;
     value = 0;
@@ -259,7 +243,7 @@ class PrefsScanner {
           break;
         case 'x':
           if (!hex(2, code) || code == 0) return false;
-          appendUtf8(out, code);
+          Utf8::append(out, code);
           break;
         case 'u':
           if (!hex(4, code) || code == 0) return false;
@@ -272,7 +256,7 @@ class PrefsScanner {
           } else if (code >= 0xDC00 && code <= 0xDFFF) {
             return false;
           }
-          appendUtf8(out, code);
+          Utf8::append(out, code);
           break;
         default:
           return false;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "monitors/ApplicationCache.h"
 #include "util/PathName.h"
 #include "vexa/messaging/Message.h"
 #include "vexa/util/DispatchQueue.h"
@@ -24,10 +25,25 @@ CachedPathList::CachedPathList(Names names, XSocketServer& server)
       cache_(names_.cacheKey),
       announcer_(server, "vexa.monitors." + names_.cacheKey + ".host") {}
 
-void CachedPathList::setCacheFile(const std::string& folder, const std::string& file) {
+std::string CachedPathList::cacheFolderPath() const {
+  std::lock_guard lock(lock_);
+  return folder_;
+}
+
+void CachedPathList::setCacheFolderPath(const std::string& folder) {
   std::lock_guard lock(lock_);
   folder_ = folder;
-  file_ = file;
+  if (!folder.empty()) file_ = (std::filesystem::path(folder) / names_.fileName).string();
+}
+
+std::string CachedPathList::cacheFilePath() const {
+  std::lock_guard lock(lock_);
+  return file_;
+}
+
+void CachedPathList::makeCacheFolder() {
+  if (cacheFolderPath().empty()) setCacheFolderPath(ApplicationCache::defaultFolder());
+  ApplicationCache::makeFolder(cacheFolderPath());
 }
 
 CachedPathList::Loaded CachedPathList::load() {

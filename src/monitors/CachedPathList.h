@@ -25,6 +25,7 @@ class XSocketServer;
 class CachedPathList : public std::enable_shared_from_this<CachedPathList> {
  public:
   struct Names {
+    std::string fileName;       // "packagecache.dat"
     std::string cacheKey;       // "InstallPackage"
     std::string addMessage;     // "PackageAdd"
     std::string removeMessage;  // "PackageRemove"
@@ -36,8 +37,13 @@ class CachedPathList : public std::enable_shared_from_this<CachedPathList> {
   CachedPathList(const CachedPathList&) = delete;
   CachedPathList& operator=(const CachedPathList&) = delete;
 
-  // Where the cache lives; a write made before this is set writes nothing.
-  void setCacheFile(const std::string& folder, const std::string& file);
+  // The cache's folder; a non-empty one also names the file, Names::fileName inside it. A write
+  // made before a folder is set writes nothing.
+  std::string cacheFolderPath() const;
+  void setCacheFolderPath(const std::string& folder);
+  std::string cacheFilePath() const;
+  // Makes the cache folder a folder, the library's default one when none was set.
+  void makeCacheFolder();
 
   // Reads the cache into the list, in place of what it held, keeping only the paths that still
   // exist. Missing when there is no cache, or there was one that does not decode (logged and

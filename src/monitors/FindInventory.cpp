@@ -1,6 +1,7 @@
 #include "monitors/FindInventory.h"
 
 #include "privileged/ToolPolicy.h"
+#include "util/PathName.h"
 #include "vexa/privileged/BrindleUtility.h"
 #include "vexa/privileged/HelperProtocol.h"
 #include "vexa/util/MonitorString.h"
@@ -11,17 +12,22 @@ namespace vexa {
 using nlohmann::json;
 using P = HelperProtocol;
 
-FindInventory::FindInventory()
-    : FindInventory([](const std::vector<std::string>& argv) { return ProcessRunner::run(argv); },
-                    [](const json& request) {
-                      std::optional<std::string> output;
-                      BrindleUtility::sendMessage(
-                          request, [&](bool, const std::optional<std::string>& object) {
-                            // find's failure (status 1) still carries its listing.
-                            output = object.value_or("");
-                          });
-                      return output;
-                    }) {}
+FindInventory::FindInventory() : FindInventory(runLocally(), askHelper()) {}
+
+FindInventory::LocalRun FindInventory::runLocally() {
+  return [](const std::vector<std::string>& argv) { return ProcessRunner::run(argv); };
+}
+
+FindInventory::HelperAsk FindInventory::askHelper() {
+  return [](const json& request) {
+    std::optional<std::string> output;
+    BrindleUtility::sendMessage(request, [&](bool, const std::optional<std::string>& object) {
+      // find's failure (status 1) still carries its listing.
+      output = object.value_or("");
+    });
+    return output;
+  };
+}
 
 FindInventory::FindInventory(LocalRun local, HelperAsk helper)
     : local_(std::move(local)), helper_(std::move(helper)) {}
@@ -67,10 +73,16 @@ std::vector<std::string> FindInventory::run(const std::string& cmd) const {
     std::vector<std::string> argv = {decision.program};
     argv.insert(argv.end(), decision.arguments.begin(), decision.arguments.end());
     auto result = local_(argv);
-    if (result.started) return paths(result.output);
+    if (result.started) return existing(paths(result.output));
   }
   auto output = helper_(request(cmd));
-  return output ? paths(*output) : std::vector<std::string>{};
+  return output ? existing(paths(*output)) : std::vector<std::string>{};
+}
+
+std::vector<std::string> FindInventory::existing(std::vector<std::string> found) {
+  // A name with a line feed in it comes out as two lines, neither of them a path.
+  std::erase_if(found, [](const std::string& path) { return !PathName::entryExists(path); });
+  return found;
 }
 
 }  // namespace vexa

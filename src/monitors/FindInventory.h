@@ -29,6 +29,9 @@ class FindInventory {
   // ProcessRunner and the privileged helper.
   FindInventory();
   FindInventory(LocalRun local, HelperAsk helper);
+  // The two ways on their own: ProcessRunner, and BrindleUtility's request to the helper.
+  static LocalRun runLocally();
+  static HelperAsk askHelper();
 
   // The helper's request for `cmd`: {"command": 12, "launch": "/usr/bin/find", "cmd": cmd}.
   static nlohmann::json request(const std::string& cmd);
@@ -40,11 +43,13 @@ class FindInventory {
   // left out (logged once a call): no message could carry them.
   static std::vector<std::string> paths(std::string_view output);
 
-  // The paths find lists for `cmd`. find exits with 1 when it could not read some folders: what
-  // it listed is still used. Empty when neither way ran it.
+  // The paths find lists for `cmd` that exist. find exits with 1 when it could not read some
+  // folders: what it listed is still used. Empty when neither way ran it.
   std::vector<std::string> run(const std::string& cmd) const;
 
  private:
+  static std::vector<std::string> existing(std::vector<std::string> found);
+
   LocalRun local_;
   HelperAsk helper_;
 };

@@ -1,10 +1,10 @@
 #include "vexa/monitors/MonitorDownload.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <unordered_set>
 
-#include "monitors/ApplicationCache.h"
 #include "monitors/BrowserDownloads.h"
 #include "monitors/BrowserFolders.h"
 #include "monitors/CachedPathList.h"
@@ -45,13 +45,16 @@ MonitorDownload::MonitorDownload(MonitorDispatch& dispatch, XSocketServer& serve
     : dispatch_(dispatch),
       queue_(DispatchQueue::global()),
       inventory_(inventory ? std::move(inventory) : std::make_shared<FindInventory>()),
-      list_(CachedPathList::create({"Download", "DownloadAdd", "DownloadRemove", "", ""}, server)) {
+      list_(CachedPathList::create(
+          {kCacheFileName, "Download", "DownloadAdd", "DownloadRemove", "", ""}, server)) {
   std::weak_ptr<CachedPathList> list = list_;
   DispatchQueue* queue = &queue_;
   rules_ = BrowserDownloads::create(
       folders ? *folders : BrowserFolders(BrowserFolders::current()),
       [list](const std::string& path) {
-        if (auto host = list.lock()) host->announce("DownloadComplete", path);
+        // Paths no message can carry are not announced.
+        auto host = list.lock();
+        if (host && isUtf8(path)) host->announce("DownloadComplete", path);
       },
       [queue](double seconds, std::function<void()> work) {
         if (seconds <= 0) {
@@ -64,21 +67,13 @@ MonitorDownload::MonitorDownload(MonitorDispatch& dispatch, XSocketServer& serve
 
 MonitorDownload::~MonitorDownload() = default;
 
-std::string MonitorDownload::cacheFolderPath() const {
-  std::lock_guard lock(fieldsMutex_);
-  return cacheFolderPath_;
-}
+std::string MonitorDownload::cacheFolderPath() const { return list_->cacheFolderPath(); }
 
 void MonitorDownload::setCacheFolderPath(const std::string& folder) {
-  std::lock_guard lock(fieldsMutex_);
-  cacheFolderPath_ = folder;
-  if (!folder.empty()) cacheFilePath_ = (std::filesystem::path(folder) / kCacheFileName).string();
+  list_->setCacheFolderPath(folder);
 }
 
-std::string MonitorDownload::cacheDownloadFilePath() const {
-  std::lock_guard lock(fieldsMutex_);
-  return cacheFilePath_;
-}
+std::string MonitorDownload::cacheDownloadFilePath() const { return list_->cacheFilePath(); }
 
 std::vector<std::string> MonitorDownload::downloads() const { return list_->paths(); }
 
@@ -98,16 +93,11 @@ void MonitorDownload::startMonitor() {
   const std::string home = MonitorString::userHomePath();
   {
     std::lock_guard lock(fieldsMutex_);
-    if (cacheFolderPath_.empty()) {
-      cacheFolderPath_ = ApplicationCache::defaultFolder();
-      cacheFilePath_ = (std::filesystem::path(cacheFolderPath_) / kCacheFileName).string();
-    }
     home_ = home;
     trash_ = MonitorString::userTrashPath().value_or("");
   }
   list_->clear();
-  list_->setCacheFile(cacheFolderPath(), cacheDownloadFilePath());
-  ApplicationCache::makeFolder(cacheFolderPath());
+  list_->makeCacheFolder();
   unarchiver();
   dispatch_.addMonitorPath(home, shared_from_this());
   watchOutsideFolders();

@@ -1,9 +1,7 @@
 #include "vexa/monitors/MonitorInstallPackage.h"
 
 #include <array>
-#include <filesystem>
 
-#include "monitors/ApplicationCache.h"
 #include "monitors/CachedPathList.h"
 #include "monitors/FindInventory.h"
 #include "util/PathName.h"
@@ -45,27 +43,19 @@ MonitorInstallPackage::MonitorInstallPackage(MonitorDispatch& dispatch, XSocketS
     : dispatch_(dispatch),
       queue_(DispatchQueue::global()),
       inventory_(inventory ? std::move(inventory) : std::make_shared<FindInventory>()),
-      list_(CachedPathList::create(
-          {"InstallPackage", "PackageAdd", "PackageRemove", "Add Package: ", "Remove Package: "},
-          server)) {}
+      list_(CachedPathList::create({kCacheFileName, "InstallPackage", "PackageAdd", "PackageRemove",
+                                    "Add Package: ", "Remove Package: "},
+                                   server)) {}
 
 MonitorInstallPackage::~MonitorInstallPackage() = default;
 
-std::string MonitorInstallPackage::cacheFolderPath() const {
-  std::lock_guard lock(fieldsMutex_);
-  return cacheFolderPath_;
-}
+std::string MonitorInstallPackage::cacheFolderPath() const { return list_->cacheFolderPath(); }
 
 void MonitorInstallPackage::setCacheFolderPath(const std::string& folder) {
-  std::lock_guard lock(fieldsMutex_);
-  cacheFolderPath_ = folder;
-  if (!folder.empty()) cacheFilePath_ = (std::filesystem::path(folder) / kCacheFileName).string();
+  list_->setCacheFolderPath(folder);
 }
 
-std::string MonitorInstallPackage::cacheFilePath() const {
-  std::lock_guard lock(fieldsMutex_);
-  return cacheFilePath_;
-}
+std::string MonitorInstallPackage::cacheFilePath() const { return list_->cacheFilePath(); }
 
 std::vector<std::string> MonitorInstallPackage::packages() const { return list_->paths(); }
 
@@ -73,15 +63,10 @@ void MonitorInstallPackage::startMonitor() {
   std::string home = MonitorString::userHomePath();
   {
     std::lock_guard lock(fieldsMutex_);
-    if (cacheFolderPath_.empty()) {
-      cacheFolderPath_ = ApplicationCache::defaultFolder();
-      cacheFilePath_ = (std::filesystem::path(cacheFolderPath_) / kCacheFileName).string();
-    }
     home_ = home;
   }
   list_->clear();
-  list_->setCacheFile(cacheFolderPath(), cacheFilePath());
-  ApplicationCache::makeFolder(cacheFolderPath());
+  list_->makeCacheFolder();
   unarchiver();
   dispatch_.addMonitorPath(home, shared_from_this());
 }

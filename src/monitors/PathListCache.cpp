@@ -3,30 +3,21 @@
 #include <nlohmann/json.hpp>
 
 #include "monitors/ApplicationCache.h"
+#include "monitors/CacheArchive.h"
 #include "util/AtomicFile.h"
 #include "util/PathName.h"
-#include "util/PropertyList.h"
-#include "vexa/util/MonitorData.h"
 
 namespace vexa {
 
 using nlohmann::json;
 
 std::optional<std::string> PathListCache::encode(const std::vector<std::string>& paths) const {
-  auto archive = PropertyList::toBinary(json{{key_, paths}});
-  if (!archive) return std::nullopt;
-  auto packed = MonitorData::gzipData(std::string_view(*archive));
-  if (!packed || packed->size() > kLimit) return std::nullopt;
-  return std::string(reinterpret_cast<const char*>(packed->data()), packed->size());
+  return CacheArchive::pack(json{{key_, paths}}, kLimit);
 }
 
 std::optional<std::vector<std::string>> PathListCache::decode(std::string_view bytes) const {
-  if (bytes.size() > kLimit) return std::nullopt;
-  auto archive = MonitorData::ungzipData(
-      std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), kLimit);
-  if (!archive) return std::nullopt;
-  auto root = PropertyList::parse(std::span<const uint8_t>(archive->data(), archive->size()));
-  if (!root || !root->is_object()) return std::nullopt;
+  auto root = CacheArchive::unpack(bytes, kLimit);
+  if (!root) return std::nullopt;
   auto list = root->find(key_);
   if (list == root->end() || !list->is_array()) return std::nullopt;
   std::vector<std::string> paths;

@@ -72,19 +72,25 @@ struct Recorder {
 };
 
 TEST(FindInventoryTest, RunsLocallyAndUsesTheListingOfAFailedFind) {
+  test::TempDir dir;
+  const std::string deb = dir.write("a.deb", "");
   Recorder r;
-  EXPECT_EQ(
-      r.inventory(true, 1, "/h/a.deb\nfind: x\n", "/h/other").run("/h&|&(&|&-name&|&*.deb&|&)"),
-      Strings{"/h/a.deb"});
+  const std::string cmd = dir.path() + "&|&(&|&-name&|&*.deb&|&)";
+  // Listed paths that are not there (a name with a line feed, split) are left out.
+  EXPECT_EQ(r.inventory(true, 1, deb + "\nfind: x\n" + dir.path() + "/two\n", "/other\n")
+                .run(cmd),
+            Strings{deb});
   ASSERT_EQ(r.localArgs.size(), 1U);
-  EXPECT_EQ(r.localArgs[0], (Strings{"/usr/bin/find", "/h", "(", "-name", "*.deb", ")"}));
+  EXPECT_EQ(r.localArgs[0], (Strings{"/usr/bin/find", dir.path(), "(", "-name", "*.deb", ")"}));
   EXPECT_TRUE(r.helperRequests.empty());
 }
 
 TEST(FindInventoryTest, AsksTheHelperOnlyWhenFindCannotStart) {
+  test::TempDir dir;
+  const std::string deb = dir.write("b.deb", "");
   Recorder r;
-  const std::string cmd = "/h&|&(&|&-name&|&*.deb&|&)";
-  EXPECT_EQ(r.inventory(false, 0, "", "/h/b.deb\n").run(cmd), Strings{"/h/b.deb"});
+  const std::string cmd = dir.path() + "&|&(&|&-name&|&*.deb&|&)";
+  EXPECT_EQ(r.inventory(false, 0, "", deb + "\n").run(cmd), Strings{deb});
   ASSERT_EQ(r.helperRequests.size(), 1U);
   EXPECT_EQ(r.helperRequests[0], FindInventory::request(cmd));
   EXPECT_EQ(r.inventory(false, 0, "", std::nullopt).run(cmd), Strings{});

@@ -101,7 +101,7 @@ class VEXA_EXPORT MonitorDownload : public FileSystemMonitorDelegate,
 
   std::mutex settingsMutex_;  // one re-read of the settings at a time
   mutable std::mutex fieldsMutex_;
-  std::string cacheFolderPath_, cacheFilePath_, home_, trash_;  // guarded by fieldsMutex_
+  std::string home_, trash_;       // guarded by fieldsMutex_
   std::set<std::string> outside_;  // guarded by fieldsMutex_: folders watched besides home
 };
 

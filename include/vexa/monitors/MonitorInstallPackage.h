@@ -79,7 +79,7 @@ class VEXA_EXPORT MonitorInstallPackage
   const std::shared_ptr<CachedPathList> list_;
 
   mutable std::mutex fieldsMutex_;
-  std::string cacheFolderPath_, cacheFilePath_, home_;  // guarded by fieldsMutex_
+  std::string home_;  // guarded by fieldsMutex_
 };
 
 }  // namespace vexa
