@@ -77,8 +77,7 @@ TEST(FindInventoryTest, RunsLocallyAndUsesTheListingOfAFailedFind) {
   Recorder r;
   const std::string cmd = dir.path() + "&|&(&|&-name&|&*.deb&|&)";
   // Listed paths that are not there (a name with a line feed, split) are left out.
-  EXPECT_EQ(r.inventory(true, 1, deb + "\nfind: x\n" + dir.path() + "/two\n", "/other\n")
-                .run(cmd),
+  EXPECT_EQ(r.inventory(true, 1, deb + "\nfind: x\n" + dir.path() + "/two\n", "/other\n").run(cmd),
             Strings{deb});
   ASSERT_EQ(r.localArgs.size(), 1U);
   EXPECT_EQ(r.localArgs[0], (Strings{"/usr/bin/find", dir.path(), "(", "-name", "*.deb", ")"}));
