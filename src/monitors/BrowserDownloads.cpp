@@ -206,12 +206,12 @@ void BrowserDownloads::setModifyDate(double seconds) {
     cached.swap(safariCache_);
   }
   std::weak_ptr<BrowserDownloads> weak = weak_from_this();
-  schedule_(0, [weak, cached = std::move(cached)]() mutable {
-    if (auto self = weak.lock()) self->readSafariHistory(std::move(cached));
+  schedule_(0, [weak, cached = std::move(cached)] {
+    if (auto self = weak.lock()) self->readSafariHistory(cached);
   });
 }
 
-void BrowserDownloads::readSafariHistory(std::vector<std::string> cached) {
+void BrowserDownloads::readSafariHistory(const std::vector<std::string>& cached) {
   auto bytes = AtomicFile::read(safariDLPlist());
   auto plist = bytes ? PropertyList::parse(*bytes) : std::nullopt;
   if (!plist || !plist->is_object()) return;

@@ -81,7 +81,7 @@ class BrowserDownloads : public std::enable_shared_from_this<BrowserDownloads> {
   BrowserDownloads(BrowserFolders folders, Deliver deliver, Schedule schedule);
   void complete(const std::optional<std::string>& path);
   void checkArchive(const std::string& path);
-  void readSafariHistory(std::vector<std::string> cached);
+  void readSafariHistory(const std::vector<std::string>& cached);
 
   const BrowserFolders folders_;
   const Deliver deliver_;

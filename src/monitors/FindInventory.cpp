@@ -38,15 +38,22 @@ json FindInventory::request(const std::string& cmd) {
 
 std::string FindInventory::command(const std::string& folder, const std::string& type,
                                    const std::vector<std::string>& patterns) {
-  const std::string sep = P::kArgumentSeparator;
   std::string cmd = folder;
-  if (!type.empty()) cmd += sep + "-type" + sep + type;
-  cmd += sep + "(";
-  for (size_t i = 0; i < patterns.size(); ++i) {
-    if (i > 0) cmd += sep + "-o";
-    cmd += sep + "-name" + sep + patterns[i];
+  auto add = [&cmd](const std::string& argument) {
+    cmd.append(P::kArgumentSeparator).append(argument);
+  };
+  if (!type.empty()) {
+    add("-type");
+    add(type);
   }
-  return cmd + sep + ")";
+  add("(");
+  for (size_t i = 0; i < patterns.size(); ++i) {
+    if (i > 0) add("-o");
+    add("-name");
+    add(patterns[i]);
+  }
+  add(")");
+  return cmd;
 }
 
 std::vector<std::string> FindInventory::paths(std::string_view output) {

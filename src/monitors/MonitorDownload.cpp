@@ -33,14 +33,15 @@ MonitorDownload& MonitorDownload::shared() {
 }
 
 std::shared_ptr<MonitorDownload> MonitorDownload::create(
-    MonitorDispatch& dispatch, XSocketServer& server, std::shared_ptr<const BrowserFolders> folders,
+    MonitorDispatch& dispatch, XSocketServer& server,
+    const std::shared_ptr<const BrowserFolders>& folders,
     std::shared_ptr<const FindInventory> inventory) {
   return std::shared_ptr<MonitorDownload>(
-      new MonitorDownload(dispatch, server, std::move(folders), std::move(inventory)));
+      new MonitorDownload(dispatch, server, folders, std::move(inventory)));
 }
 
 MonitorDownload::MonitorDownload(MonitorDispatch& dispatch, XSocketServer& server,
-                                 std::shared_ptr<const BrowserFolders> folders,
+                                 const std::shared_ptr<const BrowserFolders>& folders,
                                  std::shared_ptr<const FindInventory> inventory)
     : dispatch_(dispatch),
       queue_(DispatchQueue::global()),
@@ -145,6 +146,7 @@ void MonitorDownload::watchOutsideFolders() {
 std::vector<std::string> MonitorDownload::queryAllDownload(std::vector<std::string> folders) const {
   std::sort(folders.begin(), folders.end());
   std::vector<std::string> patterns;
+  patterns.reserve(BrowserDownloads::extRules.size());
   for (const char* extension : BrowserDownloads::extRules) {
     patterns.push_back(std::string("*.") + extension);
   }

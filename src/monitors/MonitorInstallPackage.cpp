@@ -113,6 +113,7 @@ bool MonitorInstallPackage::isInstallPackage(const std::string& path) {
 
 std::vector<std::string> MonitorInstallPackage::queryAllInstallPackage() const {
   std::vector<std::string> patterns;
+  patterns.reserve(kExtensions.size());
   for (const char* extension : kExtensions) patterns.push_back(std::string("*.") + extension);
   return inventory_->run(FindInventory::command(MonitorString::userHomePath(), "f", patterns));
 }

@@ -45,7 +45,7 @@ class VEXA_EXPORT MonitorDownload : public FileSystemMonitorDelegate,
   // runs find (the system's find and helper when null).
   static std::shared_ptr<MonitorDownload> create(
       MonitorDispatch& dispatch, XSocketServer& server,
-      std::shared_ptr<const BrowserFolders> folders = nullptr,
+      const std::shared_ptr<const BrowserFolders>& folders = nullptr,
       std::shared_ptr<const FindInventory> inventory = nullptr);
   ~MonitorDownload() override;
   MonitorDownload(const MonitorDownload&) = delete;
@@ -83,7 +83,7 @@ class VEXA_EXPORT MonitorDownload : public FileSystemMonitorDelegate,
 
  private:
   MonitorDownload(MonitorDispatch& dispatch, XSocketServer& server,
-                  std::shared_ptr<const BrowserFolders> folders,
+                  const std::shared_ptr<const BrowserFolders>& folders,
                   std::shared_ptr<const FindInventory> inventory);
   // A partial file went from `path` (not into the Trash): did its download finish?
   void partialGone(const std::string& path);
