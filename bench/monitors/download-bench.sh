@@ -41,7 +41,7 @@ mkdir -p "$home/.config/google-chrome/Default"
 python3 - "$home/.config/google-chrome/Default/Preferences" <<'PY'
 import json, sys
 big = {"extensions": {"settings": {f"ext{i}": {"path": "x" * 100, "state": i, "list": [i] * 20}
-                                   for i in range(12000)}},
+                                   for i in range(15000)}},
        "download": {"default_directory": "/srv/downloads", "prompt_for_download": False}}
 open(sys.argv[1], "w").write(json.dumps(big))
 PY
