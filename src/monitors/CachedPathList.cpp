@@ -7,6 +7,7 @@
 #include "util/PathName.h"
 #include "vexa/messaging/Message.h"
 #include "vexa/util/DispatchQueue.h"
+#include "vexa/util/MonitorString.h"
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
@@ -81,6 +82,28 @@ void CachedPathList::addSilently(const std::vector<std::string>& paths) {
   for (const auto& path : paths) {
     if (index_.insert(path).second) paths_.push_back(path);
   }
+}
+
+bool CachedPathList::canCarry(const std::string& path) {
+  return path.find('\0') == std::string::npos &&
+         MonitorString::cstringToString(path.c_str()).has_value();
+}
+
+void CachedPathList::addLater(const std::string& path) {
+  if (!canCarry(path)) return;
+  std::weak_ptr<CachedPathList> weak = weak_from_this();
+  DispatchQueue::global().async([weak, path] {
+    auto self = weak.lock();
+    if (self && PathName::entryExists(path)) self->add(path);
+  });
+}
+
+void CachedPathList::removeLater(const std::string& path) {
+  std::weak_ptr<CachedPathList> weak = weak_from_this();
+  DispatchQueue::global().async([weak, path] {
+    auto self = weak.lock();
+    if (self && !PathName::entryExists(path)) self->remove(path);
+  });
 }
 
 bool CachedPathList::add(const std::string& path) { return change(path, true); }

@@ -54,6 +54,13 @@ class CachedPathList : public std::enable_shared_from_this<CachedPathList> {
 
   // Adds without announcing (a first inventory).
   void addSilently(const std::vector<std::string>& paths);
+  // Whether a message can carry the path (UTF-8 without NUL); others are never listed.
+  static bool canCarry(const std::string& path);
+  // Adds (or removes) the path in a task on the global queue, if by then it still exists (or is
+  // gone): file events are handled in any order, and an item may be created and renamed, or
+  // deleted and made again, within one batch of them.
+  void addLater(const std::string& path);
+  void removeLater(const std::string& path);
   // Adds and announces; false when the path was listed already.
   bool add(const std::string& path);
   // Removes and announces; false when it was not listed.

@@ -17,15 +17,6 @@
 
 namespace vexa {
 
-namespace {
-
-bool isUtf8(const std::string& path) {
-  return path.find('\0') == std::string::npos &&
-         MonitorString::cstringToString(path.c_str()).has_value();
-}
-
-}  // namespace
-
 MonitorDownload& MonitorDownload::shared() {
   static auto* instance = new std::shared_ptr<MonitorDownload>(
       new MonitorDownload(MonitorDispatch::shared(), XSocketServer::shared(), nullptr, nullptr));
@@ -55,7 +46,7 @@ MonitorDownload::MonitorDownload(MonitorDispatch& dispatch, XSocketServer& serve
       [list](const std::string& path) {
         // Paths no message can carry are not announced.
         auto host = list.lock();
-        if (host && isUtf8(path)) host->announce("DownloadComplete", path);
+        if (host && CachedPathList::canCarry(path)) host->announce("DownloadComplete", path);
       },
       [queue](double seconds, std::function<void()> work) {
         if (seconds <= 0) {
@@ -187,22 +178,10 @@ bool MonitorDownload::inTrash(const std::string& path) const {
 
 void MonitorDownload::addDownload(const std::string& path) {
   // A partial file in the Trash is a download given up, not one in progress.
-  if (!isUtf8(path) || inTrash(path)) return;
-  std::weak_ptr<CachedPathList> list = list_;
-  queue_.async([list, path] {
-    // Gone already: created and renamed within one batch of events.
-    auto downloads = list.lock();
-    if (downloads && PathName::entryExists(path)) downloads->add(path);
-  });
+  if (!inTrash(path)) list_->addLater(path);
 }
 
-void MonitorDownload::removeDownload(const std::string& path) {
-  std::weak_ptr<CachedPathList> list = list_;
-  queue_.async([list, path] {
-    auto downloads = list.lock();
-    if (downloads && !PathName::entryExists(path)) downloads->remove(path);
-  });
-}
+void MonitorDownload::removeDownload(const std::string& path) { list_->removeLater(path); }
 
 void MonitorDownload::partialGone(const std::string& path) {
   removeDownload(path);
@@ -245,7 +224,7 @@ void MonitorDownload::fileMoveOrRename(const std::string& source, const std::str
   }
   if (!isDownloads(source)) return;
   removeDownload(source);
-  if (inTrash(target) || !isUtf8(target)) return;
+  if (inTrash(target) || !CachedPathList::canCarry(target)) return;
   // The browser gave the finished file its name.
   std::weak_ptr<BrowserDownloads> weak = rules_;
   const auto type = BrowserDownloads::browserType(source);

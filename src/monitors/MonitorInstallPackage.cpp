@@ -17,12 +17,6 @@ namespace {
 constexpr std::array<const char*, 8> kExtensions = {"dmg",  "pkg",     "deb",        "rpm",
                                                     "snap", "flatpak", "flatpakref", "run"};
 
-// Paths no message can carry are not listed.
-bool isUtf8(const std::string& path) {
-  return path.find('\0') == std::string::npos &&
-         MonitorString::cstringToString(path.c_str()).has_value();
-}
-
 }  // namespace
 
 MonitorInstallPackage& MonitorInstallPackage::shared() {
@@ -118,24 +112,9 @@ std::vector<std::string> MonitorInstallPackage::queryAllInstallPackage() const {
   return inventory_->run(FindInventory::command(MonitorString::userHomePath(), "f", patterns));
 }
 
-void MonitorInstallPackage::addPackage(const std::string& path) {
-  if (!isUtf8(path)) return;
-  std::weak_ptr<CachedPathList> list = list_;
-  queue_.async([list, path] {
-    // Gone already: created and moved away within one batch of events.
-    auto packages = list.lock();
-    if (packages && PathName::entryExists(path)) packages->add(path);
-  });
-}
+void MonitorInstallPackage::addPackage(const std::string& path) { list_->addLater(path); }
 
-void MonitorInstallPackage::removePackage(const std::string& path) {
-  std::weak_ptr<CachedPathList> list = list_;
-  queue_.async([list, path] {
-    // Back already: deleted and made again within one batch.
-    auto packages = list.lock();
-    if (packages && !PathName::entryExists(path)) packages->remove(path);
-  });
-}
+void MonitorInstallPackage::removePackage(const std::string& path) { list_->removeLater(path); }
 
 void MonitorInstallPackage::fileCreated(const std::string& path) {
   if (isInstallPackage(path)) addPackage(path);
