@@ -2,12 +2,11 @@
 
 #include <filesystem>
 
+#include "monitors/CacheArchive.h"
 #include "util/AtomicFile.h"
 #include "util/PathName.h"
-#include "util/PropertyList.h"
 #include "util/XdgDirs.h"
 #include "vexa/util/AppIdentity.h"
-#include "vexa/util/MonitorData.h"
 #include "vexa/util/MonitorString.h"
 
 namespace vexa {
@@ -17,20 +16,12 @@ using nlohmann::json;
 std::optional<std::string> ApplicationCache::encode(const Records& records) {
   json installed = json::object();
   for (const auto& [path, app] : records) installed[path] = app->toJSON();
-  auto archive = PropertyList::toBinary(json{{kKey, std::move(installed)}});
-  if (!archive) return std::nullopt;
-  auto packed = MonitorData::gzipData(std::string_view(*archive));
-  if (!packed || packed->size() > kLimit) return std::nullopt;
-  return std::string(reinterpret_cast<const char*>(packed->data()), packed->size());
+  return CacheArchive::pack(json{{kKey, std::move(installed)}}, kLimit);
 }
 
 std::optional<ApplicationCache::Records> ApplicationCache::decode(std::string_view bytes) {
-  if (bytes.size() > kLimit) return std::nullopt;
-  auto archive = MonitorData::ungzipData(
-      std::span(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()), kLimit);
-  if (!archive) return std::nullopt;
-  auto root = PropertyList::parse(std::span<const uint8_t>(archive->data(), archive->size()));
-  if (!root || !root->is_object()) return std::nullopt;
+  auto root = CacheArchive::unpack(bytes, kLimit);
+  if (!root) return std::nullopt;
   auto installed = root->find(kKey);
   if (installed == root->end() || !installed->is_object()) return std::nullopt;
   Records records;

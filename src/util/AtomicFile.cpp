@@ -60,7 +60,9 @@ bool AtomicFile::createFolders(const std::string& path, unsigned mode) {
 }
 
 std::optional<std::string> AtomicFile::read(const std::string& path, std::size_t limit) {
-  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // O_NONBLOCK: opening a pipe planted under the name must not wait for a writer. It changes
+  // nothing for the regular files read below.
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!fd) return std::nullopt;
   struct stat st {};
   if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) ||

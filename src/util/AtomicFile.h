@@ -16,7 +16,8 @@ class AtomicFile {
                                unsigned mode = 0644);
   // Creates every missing folder of `path` (new ones get `mode`); true when it is a folder.
   static bool createFolders(const std::string& path, unsigned mode = 0755);
-  // The file's bytes; empty when it cannot be read. Files larger than `limit` are not read.
+  // The file's bytes; empty when it cannot be read or is not a regular file (a pipe, a device,
+  // a folder: answered at once, never waited on). Files larger than `limit` are not read.
   static std::optional<std::string> read(const std::string& path,
                                          std::size_t limit = std::size_t{64} << 20);
 };

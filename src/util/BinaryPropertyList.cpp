@@ -4,6 +4,8 @@
 #include <cstring>
 #include <vector>
 
+#include "util/Utf8.h"
+
 namespace vexa {
 
 using nlohmann::json;
@@ -13,27 +15,6 @@ namespace {
 constexpr double kEpoch2001 = 978307200.0;
 constexpr int kMaxDepth = 512;
 constexpr uint64_t kMaxValues = 1'000'000;
-const char kReplacement[] = "\xef\xbf\xbd";
-
-void appendUtf8(std::string& out, uint32_t c) {
-  if (c == 0 || (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF) {
-    out += kReplacement;
-  } else if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
 
 class Reader {
  public:
@@ -141,7 +122,7 @@ class Reader {
         const uint8_t* p = n ? bytes(at, *n) : nullptr;
         if (!p) return std::nullopt;
         std::string out;
-        for (uint64_t i = 0; i < *n; ++i) appendUtf8(out, p[i]);
+        for (uint64_t i = 0; i < *n; ++i) Utf8::append(out, p[i]);
         return json(std::move(out));
       }
       case 0x6: {  // UTF-16, big-endian
@@ -159,7 +140,7 @@ class Reader {
               ++i;
             }
           }
-          appendUtf8(out, c);
+          Utf8::append(out, c);
         }
         return json(std::move(out));
       }

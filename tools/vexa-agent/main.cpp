@@ -1,6 +1,7 @@
 // vexa-agent: the background agent. It serves the host application on a local TCP socket, runs
-// the installed-application monitor over the home and applications folders, keeps the main run
-// loop turning for the monitors, and stops cleanly on SIGINT or SIGTERM (telling every client
+// the installed-application monitor over the home and applications folders, the Trash monitor,
+// and the install-package and download monitors over the home folder, keeps the main run loop
+// turning for the monitors, and stops cleanly on SIGINT or SIGTERM (telling every client
 // "quit").
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
+#include "vexa/monitors/MonitorDownload.h"
+#include "vexa/monitors/MonitorInstallPackage.h"
 #include "vexa/monitors/MonitorTrash.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
@@ -87,6 +90,14 @@ int main(int argc, char** argv) {
   server.setCommandHandler(applications.weak_from_this());
   applications.startMonitor();
   vexa::MonitorTrash::shared().startMonitor();
+  vexa::MonitorInstallPackage& packages = vexa::MonitorInstallPackage::shared();
+  vexa::MonitorDownload& downloads = vexa::MonitorDownload::shared();
+  if (!cache.empty()) {
+    packages.setCacheFolderPath(cache);
+    downloads.setCacheFolderPath(cache);
+  }
+  packages.startMonitor();
+  downloads.startMonitor();
   std::thread acceptor([&server] { server.acceptConnect(); });
 
   vexa::RunLoop loop = vexa::RunLoop::main();
@@ -98,9 +109,13 @@ int main(int argc, char** argv) {
   vexa::SystemLog::log("vexa-agent stopping");
   applications.stopMonotor();
   vexa::MonitorTrash::shared().stopMonotor();
+  packages.stopMonotor();
+  downloads.stopMonotor();
   // Waits for a cache write under way, then writes what the monitor knows last: the next start
   // reads a whole cache.
   applications.archiver();
+  packages.archiver();
+  downloads.archiver();
   server.stopListen();
   acceptor.join();
   return 0;

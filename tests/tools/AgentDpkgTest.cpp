@@ -32,10 +32,10 @@ bool run(const std::string& command) {
   return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-class AgentPackageTest : public ::testing::Test {
+class AgentDpkgTest : public ::testing::Test {
  protected:
-  AgentPackageTest() : dir(isolated.dir), systemData("XDG_DATA_DIRS", "/usr/share") {}
-  ~AgentPackageTest() override { run(std::string("dpkg --purge ") + kPackage); }
+  AgentDpkgTest() : dir(isolated.dir), systemData("XDG_DATA_DIRS", "/usr/share") {}
+  ~AgentDpkgTest() override { run(std::string("dpkg --purge ") + kPackage); }
 
   void SetUp() override {
     if (::geteuid() != 0 || !run("command -v dpkg-deb") || !run("command -v dpkg")) {
@@ -78,7 +78,7 @@ class AgentPackageTest : public ::testing::Test {
   test::ScopedEnv systemData;
 };
 
-TEST_F(AgentPackageTest, DpkgInstallAndRemovalReachTheHost) {
+TEST_F(AgentDpkgTest, DpkgInstallAndRemovalReachTheHost) {
   const std::string deb = buildPackage();
   ChildProcess agent({VEXA_AGENT_PATH, "--port", "0", "--cache", dir / "cache"});
   auto listening = agent.readLine(std::chrono::seconds(60));  // a first start's inventory

@@ -1,0 +1,161 @@
+#include "monitors/BrowserFolders.h"
+
+#include <variant>
+
+#include "monitors/BrowserPreferences.h"
+#include "util/AtomicFile.h"
+#include "util/PathName.h"
+#include "util/PropertyList.h"
+#include "util/XdgDirs.h"
+#include "vexa/util/MonitorString.h"
+
+namespace vexa {
+
+namespace {
+
+// Settings files of a few megabytes are normal; anything far larger is not one.
+constexpr size_t kSettingsLimit = size_t{64} << 20;
+// Longer settings are not folders anyone chose.
+constexpr size_t kPathLimit = 4096;
+
+std::optional<std::string> readSettings(const std::string& file) {
+  return AtomicFile::read(file, kSettingsLimit);
+}
+
+// A single folder name: no separators, not "." or "..".
+bool isPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+// A relative path inside its folder: no absolute path, no ".." component.
+bool staysInside(const std::string& path) {
+  if (path.empty() || path[0] == '/' || path.find('\0') != std::string::npos) return false;
+  size_t start = 0;
+  for (;;) {
+    const size_t end = path.find('/', start);
+    if (path.compare(start, end == std::string::npos ? std::string::npos : end - start, "..") ==
+        0) {
+      return false;
+    }
+    if (end == std::string::npos) return true;
+    start = end + 1;
+  }
+}
+
+}  // namespace
+
+BrowserFolders::Locations BrowserFolders::current() {
+  return {MonitorString::userHomePath(), XdgDirs::configHome(),
+          MonitorString::userPreferencesPath().value_or(""),
+          MonitorString::userDownlodsPath().value_or(MonitorString::userHomePath() + "/Downloads"),
+          MonitorString::userDeskTopPath().value_or(MonitorString::userHomePath() + "/Desktop")};
+}
+
+std::string BrowserFolders::chromiumProfile(const std::string& root) const {
+  if (auto state = readSettings(root + "/Local State")) {
+    auto last = BrowserPreferences::chromeLastUsedProfile(*state);
+    if (last && isPlainName(*last) && PathName::isFolder(root + "/" + *last)) {
+      return root + "/" + *last;
+    }
+  }
+  return root + "/Default";
+}
+
+std::optional<std::string> BrowserFolders::firefoxProfile(std::string* profilesIni) const {
+  for (const char* root : {"/.mozilla/firefox", "/snap/firefox/common/.mozilla/firefox",
+                           "/.var/app/org.mozilla.firefox/.mozilla/firefox"}) {
+    const std::string folder = at_.home + root;
+    const std::string ini = folder + "/profiles.ini";
+    if (!PathName::exists(ini)) continue;
+    *profilesIni = ini;
+    auto text = readSettings(ini);
+    auto profile = text ? BrowserPreferences::firefoxProfile(*text) : std::nullopt;
+    if (!profile) return std::nullopt;
+    if (profile->isRelative || profile->path[0] != '/') {
+      if (!staysInside(profile->path)) return std::nullopt;
+      return folder + "/" + profile->path;
+    }
+    return profile->path;
+  }
+  return std::nullopt;
+}
+
+std::vector<BrowserFolders::Browser> BrowserFolders::browsers() const {
+  std::vector<Browser> list;
+  list.push_back({"Safari", at_.preferencesFolder + "/com.apple.Safari.plist", {}});
+  for (const auto& [name, folder] :
+       {std::pair{"Chrome", "google-chrome"}, std::pair{"Chromium", "chromium"}}) {
+    const std::string root = at_.configHome + "/" + folder;
+    list.push_back({name,
+                    chromiumProfile(root) + "/Preferences",
+                    {root + "/Local State", root + "/Default/Preferences"}});
+  }
+  std::string profilesIni;
+  auto profile = firefoxProfile(&profilesIni);
+  Browser firefox{"Firefox", profile ? *profile + "/prefs.js" : "", {}};
+  for (const char* root : {"/.mozilla/firefox", "/snap/firefox/common/.mozilla/firefox",
+                           "/.var/app/org.mozilla.firefox/.mozilla/firefox"}) {
+    firefox.choosers.push_back(at_.home + root + "/profiles.ini");
+  }
+  list.push_back(std::move(firefox));
+  const std::string opera = at_.configHome + "/opera";
+  list.push_back({"Opera",
+                  PathName::exists(opera + "/Preferences") ? opera + "/Preferences"
+                                                           : opera + "/Default/Preferences",
+                  {opera + "/Preferences", opera + "/Default/Preferences"}});
+  return list;
+}
+
+std::optional<std::string> BrowserFolders::usable(const std::optional<std::string>& value) const {
+  if (!value || value->size() > kPathLimit || value->find('\0') != std::string::npos ||
+      !MonitorString::cstringToString(value->c_str())) {
+    return std::nullopt;
+  }
+  std::string folder = value->rfind("~/", 0) == 0 ? at_.home + value->substr(1) : *value;
+  if (folder.empty() || folder[0] != '/') return std::nullopt;
+  return PathName::withoutTrailingSlashes(folder);
+}
+
+std::optional<std::string> BrowserFolders::folderSetting(const Browser& browser) const {
+  auto text = readSettings(browser.settingsFile);
+  if (!text) return std::nullopt;
+  if (browser.name == "Safari") {
+    auto plist = PropertyList::parse(*text);
+    if (!plist || !plist->is_object()) return std::nullopt;
+    auto it = plist->find("DownloadsPath");
+    if (it == plist->end() || !it->is_string()) return std::nullopt;
+    return usable(it->get<std::string>());
+  }
+  if (browser.name != "Firefox") {
+    return usable(BrowserPreferences::chromeDownloadDirectory(*text));
+  }
+  const auto prefs = BrowserPreferences::firefoxPrefs(*text);
+  auto list = prefs.find("browser.download.folderList");
+  const auto* kind = list == prefs.end() ? nullptr : std::get_if<int64_t>(&list->second);
+  if (kind && *kind == 0) return at_.desktop;
+  if (!kind || *kind != 2) return std::nullopt;
+  auto dir = prefs.find("browser.download.dir");
+  const auto* folder = dir == prefs.end() ? nullptr : std::get_if<std::string>(&dir->second);
+  return usable(folder ? std::optional(*folder) : std::nullopt);
+}
+
+std::map<std::string, std::string> BrowserFolders::read() const {
+  std::map<std::string, std::string> table;
+  for (const auto& browser : browsers()) {
+    if (browser.settingsFile.empty() || !PathName::exists(browser.settingsFile)) continue;
+    table[browser.name] = folderSetting(browser).value_or(at_.downloads);
+  }
+  return table;
+}
+
+std::vector<std::string> BrowserFolders::settingsFiles() const {
+  std::vector<std::string> files;
+  for (auto& browser : browsers()) {
+    if (!browser.settingsFile.empty()) files.push_back(browser.settingsFile);
+    files.insert(files.end(), browser.choosers.begin(), browser.choosers.end());
+  }
+  return files;
+}
+
+}  // namespace vexa
