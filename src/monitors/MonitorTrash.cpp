@@ -18,24 +18,26 @@ namespace vexa {
 
 MonitorTrash& MonitorTrash::shared() {
   static auto* instance = new std::shared_ptr<MonitorTrash>(
-      new MonitorTrash(MonitorDispatch::shared(), XSocketServer::shared(), kMountTable));
+      create(MonitorDispatch::shared(), XSocketServer::shared(), kMountTable));
   return **instance;
 }
 
 std::shared_ptr<MonitorTrash> MonitorTrash::create(MonitorDispatch& dispatch, XSocketServer& server,
                                                    std::string mountTable) {
-  return std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server, std::move(mountTable)));
+  std::shared_ptr<MonitorTrash> monitor(new MonitorTrash(dispatch, server, std::move(mountTable)));
+  // A measurement still queued when the monitor goes finds nothing to measure for.
+  std::weak_ptr<MonitorTrash> weak = monitor;
+  monitor->measurement_ = std::make_unique<CoalescingTask>(DispatchQueue::global(), [weak] {
+    if (auto self = weak.lock()) self->sendChangedMessage();
+  });
+  return monitor;
 }
 
 MonitorTrash::MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable)
     : dispatch_(dispatch),
       announcer_(std::make_unique<HostAnnouncer>(server, "vexa.monitors.trash.host")),
-      measurement_(std::make_unique<CoalescingTask>(DispatchQueue::global(),
-                                                    [this] { sendChangedMessage(); })),
       mountTable_(std::move(mountTable)) {}
 
-// Measurements still queued hold only the task's state; the instance outlives them, as the
-// shared one does and as create()'s callers must.
 MonitorTrash::~MonitorTrash() = default;
 
 void MonitorTrash::startMonitor(bool flag) {

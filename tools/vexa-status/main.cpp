@@ -12,7 +12,6 @@
 //   --only LIST     memory,cpu,system (comma-separated); all by default
 //   --interval N    seconds between samples (default 1)
 //   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
-#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
@@ -26,6 +25,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "StopSignals.h"
 #include "vexa/status/CPUStatus.h"
 #include "vexa/status/MemoryStatus.h"
 #include "vexa/status/SystemStatus.h"
@@ -126,11 +126,7 @@ int run(int argc, char** argv) {
     }
   }
 
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+  const vexa::tools::StopSignals stopSignals;
 
   auto printer = std::make_shared<Printer>();
   std::shared_ptr<vexa::MemoryStatus> memory;
@@ -162,11 +158,7 @@ int run(int argc, char** argv) {
   if (memory) memory->setFreshInterval(interval);
   if (cpu) cpu->setFreshInterval(interval);
   vexa::RunLoop loop = vexa::RunLoop::main();
-  std::thread([stopSignals, loop] {
-    int signal = 0;
-    sigwait(&stopSignals, &signal);
-    loop.quit();
-  }).detach();
+  stopSignals.quitOnSignal(loop);
   loop.run();
   return 0;
 }

@@ -77,7 +77,7 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
 
   MonitorDispatch& dispatch_;
   const std::unique_ptr<HostAnnouncer> announcer_;
-  const std::unique_ptr<CoalescingTask> measurement_;
+  std::unique_ptr<CoalescingTask> measurement_;  // set once, by create()
   const std::string mountTable_;
   std::mutex registration_;                 // held while registering with the dispatcher
   mutable std::mutex lock_;                 // guards the fields below
