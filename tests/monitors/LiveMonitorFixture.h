@@ -85,12 +85,6 @@ class LiveMonitorFixture : public ::testing::Test {
   bool waitFor(const json& wanted, std::chrono::milliseconds timeout = std::chrono::seconds(15)) {
     return RunLoop::main().runUntil([&] { return count(wanted) > 0; }, timeout);
   }
-  // Turns the main loop for a while, for what must not arrive; a marker event sent after the
-  // work under test and waited for bounds the wait instead of a sleep where the test can.
-  void pump(std::chrono::milliseconds time) {
-    RunLoop::main().runUntil([] { return false; }, time);
-  }
-
   IsolatedHome isolated;
   const std::string home;
   Preferences prefs;

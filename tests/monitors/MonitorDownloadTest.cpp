@@ -23,7 +23,10 @@ class MonitorDownloadTest : public test::LiveMonitorFixture {
  protected:
   MonitorDownloadTest() : downloads(isolated.dir.mkdir("home/Downloads")) {}
   ~MonitorDownloadTest() override {
-    if (monitor) monitor->stopMonotor();
+    if (!monitor) return;
+    monitor->stopMonotor();
+    // A background search still running holds the monitor, which talks to the server.
+    EXPECT_TRUE(test::eventually([&] { return monitor.use_count() == 1; }));
   }
   void start() {
     monitor = MonitorDownload::create(*dispatch, *server);

@@ -32,7 +32,10 @@ class MonitorInstallPackageTest : public test::LiveMonitorFixture {
  protected:
   MonitorInstallPackageTest() { isolated.dir.mkdir("home/Downloads"); }
   ~MonitorInstallPackageTest() override {
-    if (monitor) monitor->stopMonotor();
+    if (!monitor) return;
+    monitor->stopMonotor();
+    // A background inventory still running holds the monitor, which talks to the server.
+    EXPECT_TRUE(test::eventually([&] { return monitor.use_count() == 1; }));
   }
   void start(std::shared_ptr<const FindInventory> inventory = nullptr) {
     monitor = MonitorInstallPackage::create(*dispatch, *server, std::move(inventory));
