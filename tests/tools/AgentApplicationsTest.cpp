@@ -10,6 +10,7 @@
 
 #include "support/AppFixtures.h"
 #include "support/ChildProcess.h"
+#include "support/HostMessages.h"
 #include "support/IsolatedHome.h"
 #include "support/Signal.h"
 
@@ -42,11 +43,8 @@ class AgentApplicationsTest : public ::testing::Test {
   }
   // The Trash's size reports come in between; they are passed over.
   static json nextMessage(ChildProcess& host, int seconds = 15) {
-    for (;;) {
-      auto line = host.readLine(std::chrono::seconds(seconds));
-      json message = line ? json::parse(*line, nullptr, false) : json();
-      if (!message.is_object() || message.value("name", "") != "TrashSizeChange") return message;
-    }
+    return test::nextHostMessage(
+        host, [](const std::string& name) { return name != "TrashSizeChange"; }, seconds);
   }
   std::string cache() const { return dir / "cache"; }
   std::map<std::string, json> cached() const {

@@ -14,6 +14,7 @@
 
 #include "support/AppFixtures.h"
 #include "support/ChildProcess.h"
+#include "support/HostMessages.h"
 #include "support/IsolatedHome.h"
 #include "support/Signal.h"
 
@@ -61,12 +62,10 @@ class AgentDpkgTest : public ::testing::Test {
     return deb;
   }
 
+  // Only what the application monitor says.
   static json nextMessage(ChildProcess& host, int seconds = 30) {
-    for (;;) {
-      auto line = host.readLine(std::chrono::seconds(seconds));
-      json message = line ? json::parse(*line, nullptr, false) : json();
-      if (!message.is_object() || message.value("name", "") != "TrashSizeChange") return message;
-    }
+    return test::nextHostMessage(
+        host, [](const std::string& name) { return name.ends_with("Command"); }, seconds);
   }
   json cachedRecord() const {
     auto records = test::readAppCache(dir / "cache/appcache.dat");

@@ -10,6 +10,7 @@
 
 #include "monitors/PathListCache.h"
 #include "support/ChildProcess.h"
+#include "support/HostMessages.h"
 #include "support/IsolatedHome.h"
 
 namespace vexa {
@@ -41,13 +42,12 @@ class AgentPackagesTest : public ::testing::Test {
   }
   // The next message about packages or downloads; the others are passed over.
   json next(int seconds = 15) {
-    for (;;) {
-      auto line = host->readLine(std::chrono::seconds(seconds));
-      if (!line) return json();
-      json message = json::parse(*line, nullptr, false);
-      const std::string name = message.is_object() ? message.value("name", "") : "";
-      if (name.rfind("Package", 0) == 0 || name.rfind("Download", 0) == 0) return message;
-    }
+    return test::nextHostMessage(
+        *host,
+        [](const std::string& name) {
+          return name.starts_with("Package") || name.starts_with("Download");
+        },
+        seconds);
   }
   static json message(const std::string& name, const std::string& path) {
     return {{"name", name}, {"parms", {{"Path", path}}}};
