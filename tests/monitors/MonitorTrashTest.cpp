@@ -136,6 +136,7 @@ TEST_F(MonitorTrashTest, ABurstOfEventsCostsAtMostTwoMeasurementsMore) {
 
 TEST_F(MonitorTrashTest, AVolumesTrashCountsWhileMountedAndDropsOutWhenUnmounted) {
   if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  ASSERT_TRUE(test::ScratchMount::isolate());
   auto host = connectHost();
   isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
   auto real = MonitorTrash::create(*dispatch, *server);

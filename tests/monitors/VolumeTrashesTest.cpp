@@ -36,6 +36,9 @@ class VolumeTrashLayoutTest : public ::testing::TestWithParam<LayoutCase> {};
 
 TEST_P(VolumeTrashLayoutTest, FindsTheTrashTheVolumeHas) {
   if (GetParam().needsRoot && ::geteuid() != 0) GTEST_SKIP() << "needs root";
+  if (GetParam().needsRoot) {
+    ASSERT_TRUE(test::ScratchMount::isolate());
+  }
   test::TempDir dir;
   const std::string top = dir.mkdir("volume");
   GetParam().build(dir, top);
@@ -155,8 +158,10 @@ TEST_F(VolumeTrashesTest, ReadsTheTableAtAPathWithEscapedNames) {
 TEST_F(VolumeTrashesTest, AMountedTmpfsTrashIsListedWhileMounted) {
   const std::string home = dir.mkdir("home/.local/share/Trash/files");
   const std::string top = dir.mkdir("volume");
+  if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  ASSERT_TRUE(test::ScratchMount::isolate());
   test::ScratchMount tmpfs(top);
-  if (!tmpfs.ok()) GTEST_SKIP() << "mounting needs root";
+  ASSERT_TRUE(tmpfs.ok());
   fs::create_directories(top + "/.Trash-" + kId + "/files");
   const auto found = VolumeTrashes::find("/proc/self/mountinfo", home);
   EXPECT_NE(std::find(found.begin(), found.end(), top + "/.Trash-" + kId + "/files"), found.end());

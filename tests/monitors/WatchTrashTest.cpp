@@ -152,6 +152,7 @@ TEST_F(WatchTrashTest, ATrashReplacedByALinkIsNeitherFollowedNorMeasured) {
 
 TEST_F(WatchTrashTest, AVolumesTrashIsWalkedMeasuredAndWatchedWhileMounted) {
   if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
+  ASSERT_TRUE(test::ScratchMount::isolate());
   auto real = WatchTrash::create();
   real->setDelegate(recorder);
   real->startWatch(&stop);
