@@ -18,24 +18,31 @@ namespace vexa {
 
 MonitorTrash& MonitorTrash::shared() {
   static auto* instance = new std::shared_ptr<MonitorTrash>(
-      new MonitorTrash(MonitorDispatch::shared(), XSocketServer::shared(), kMountTable));
+      create(MonitorDispatch::shared(), XSocketServer::shared(), kMountTable));
   return **instance;
 }
 
 std::shared_ptr<MonitorTrash> MonitorTrash::create(MonitorDispatch& dispatch, XSocketServer& server,
                                                    std::string mountTable) {
-  return std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server, std::move(mountTable)));
+  auto self =
+      std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server, std::move(mountTable)));
+  *self->self_ = self;
+  return self;
 }
 
 MonitorTrash::MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable)
     : dispatch_(dispatch),
       announcer_(std::make_unique<HostAnnouncer>(server, "vexa.monitors.trash.host")),
+      self_(std::make_shared<std::weak_ptr<MonitorTrash>>()),
+      // A measurement still queued when the instance goes finds it gone and does nothing.
       measurement_(std::make_unique<CoalescingTask>(DispatchQueue::global(),
-                                                    [this] { sendChangedMessage(); })),
+                                                    [weak = self_] {
+                                                      if (auto self = weak->lock()) {
+                                                        self->sendChangedMessage();
+                                                      }
+                                                    })),
       mountTable_(std::move(mountTable)) {}
 
-// Measurements still queued hold only the task's state; the instance outlives them, as the
-// shared one does and as create()'s callers must.
 MonitorTrash::~MonitorTrash() = default;
 
 void MonitorTrash::startMonitor(bool flag) {
