@@ -24,18 +24,23 @@ MonitorTrash& MonitorTrash::shared() {
 
 std::shared_ptr<MonitorTrash> MonitorTrash::create(MonitorDispatch& dispatch, XSocketServer& server,
                                                    std::string mountTable) {
-  std::shared_ptr<MonitorTrash> monitor(new MonitorTrash(dispatch, server, std::move(mountTable)));
-  // A measurement still queued when the monitor goes finds nothing to measure for.
-  std::weak_ptr<MonitorTrash> weak = monitor;
-  monitor->measurement_ = std::make_unique<CoalescingTask>(DispatchQueue::global(), [weak] {
-    if (auto self = weak.lock()) self->sendChangedMessage();
-  });
-  return monitor;
+  auto self =
+      std::shared_ptr<MonitorTrash>(new MonitorTrash(dispatch, server, std::move(mountTable)));
+  *self->self_ = self;
+  return self;
 }
 
 MonitorTrash::MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable)
     : dispatch_(dispatch),
       announcer_(std::make_unique<HostAnnouncer>(server, "vexa.monitors.trash.host")),
+      self_(std::make_shared<std::weak_ptr<MonitorTrash>>()),
+      // A measurement still queued when the instance goes finds it gone and does nothing.
+      measurement_(std::make_unique<CoalescingTask>(DispatchQueue::global(),
+                                                    [weak = self_] {
+                                                      if (auto self = weak->lock()) {
+                                                        self->sendChangedMessage();
+                                                      }
+                                                    })),
       mountTable_(std::move(mountTable)) {}
 
 MonitorTrash::~MonitorTrash() = default;

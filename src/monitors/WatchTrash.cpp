@@ -141,6 +141,8 @@ void WatchTrash::watchTrashes(const std::vector<std::string>& trashes) {
   // A path whose folder was replaced holds a watch on the old folder, or none: watched anew.
   for (const auto& path : drop) queue_->removePath(path);
   for (const auto& path : add) queue_->addPath(path, watchqueue::kWrite);
+  // Whatever changed before the new watch was in place is heard by one more scan.
+  if (!add.empty()) scanTask_->request();
 }
 
 std::vector<std::string> WatchTrash::walk(const std::vector<std::string>& trashes, int* stop) {

@@ -77,7 +77,9 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
 
   MonitorDispatch& dispatch_;
   const std::unique_ptr<HostAnnouncer> announcer_;
-  std::unique_ptr<CoalescingTask> measurement_;  // set once, by create()
+  // This instance, for the measurements: set by create() once it is owned.
+  const std::shared_ptr<std::weak_ptr<MonitorTrash>> self_;
+  const std::unique_ptr<CoalescingTask> measurement_;
   const std::string mountTable_;
   std::mutex registration_;                 // held while registering with the dispatcher
   mutable std::mutex lock_;                 // guards the fields below
