@@ -1,6 +1,8 @@
 #include "vexa/monitors/WatchTrash.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -136,8 +138,11 @@ TEST_F(WatchTrashTest, ATrashReplacedByALinkIsNeitherFollowedNorMeasured) {
   start();
   dir.write("elsewhere/big", std::string(65536, 'e'));
   test::makeBundle(dir, "elsewhere/Linked.app");
-  fs::remove_all(trash);
-  fs::create_directory_symlink(dir / "elsewhere", trash);
+  // Swapped in one step: a Trash merely deleted would be made again at once by the watcher.
+  const std::string link = dir / "trash-link";
+  fs::create_directory_symlink(dir / "elsewhere", link);
+  ASSERT_EQ(::renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, trash.c_str(), RENAME_EXCHANGE), 0);
+  fs::remove_all(link);  // the old folder, now under the link's name
   ASSERT_TRUE(heard("size 0"));
   // Back to a folder: made again when missing, and watched.
   fs::remove(trash);
