@@ -103,11 +103,14 @@ void WatchTrash::stopWatch() {
   {
     std::lock_guard lock(lock_);
     watching_ = false;
-    stop = isStop_;
+    stop = std::exchange(isStop_, nullptr);
     mounts = std::move(mountWatch_);
     trashWatches_.clear();
   }
   if (stop) std::atomic_ref<int>(*stop).store(1, std::memory_order_relaxed);
+  // A walk under way reads the caller's flag: it ends at its next entry, and once this returns
+  // nothing here touches the flag again.
+  std::lock_guard walking(walkMutex_);
 }
 
 void WatchTrash::watchTrashes(const std::vector<std::string>& trashes) {
@@ -161,6 +164,7 @@ std::vector<std::string> WatchTrash::walk(const std::vector<std::string>& trashe
 }
 
 void WatchTrash::scan() {
+  std::unique_lock walking(walkMutex_);
   std::string trash;
   int* stop = nullptr;
   {
@@ -168,7 +172,7 @@ void WatchTrash::scan() {
     trash = trashPath_;
     stop = isStop_;
   }
-  if (trash.empty()) return;
+  if (trash.empty() || !stop) return;
   // Deleted or moved away: made again. Replaced by a link or a file: left alone, told once.
   if (!PathName::entryExists(trash)) TrashFolder::prepare();
   const bool usable = TrashFolder::folderIdentity(trash).has_value();
@@ -183,6 +187,7 @@ void WatchTrash::scan() {
   std::vector<std::string> trashes = VolumeTrashes::find(mountTable_, trash);
   trashes.insert(trashes.begin(), trash);
   auto found = walk(trashes, stop);
+  walking.unlock();
   const uint64_t size = TrashFolder::sizeOfTrashes(trashes);
   RunLoop::main().post(
       [weak = weak_from_this(), found = std::move(found), size, trashes = std::move(trashes)] {
@@ -228,21 +233,28 @@ void WatchTrash::applyScan(const std::vector<std::string>& found, uint64_t size,
 }
 
 void WatchTrash::moveToTrash(const std::string& path) {
-  int* stop = nullptr;
-  {
-    std::lock_guard lock(lock_);
-    stop = isStop_;
-  }
-  DispatchQueue::global().async([weak = weak_from_this(), path, stop] {
+  DispatchQueue::global().async([weak = weak_from_this(), path] {
+    auto self = weak.lock();
+    if (!self) return;
     std::vector<std::string> apps;
-    std::vector<char> root(path.begin(), path.end());
-    root.push_back(0);
-    movedApps = &apps;
-    trv_all_app(root.data(), 1, folder_app_callback, stop);
-    movedApps = nullptr;
+    {
+      std::lock_guard walking(self->walkMutex_);
+      int* stop = nullptr;
+      {
+        std::lock_guard lock(self->lock_);
+        stop = self->isStop_;
+      }
+      int unstoppable = 0;  // not watching: the move is walked all the same
+      if (!stop) stop = &unstoppable;
+      std::vector<char> root(path.begin(), path.end());
+      root.push_back(0);
+      movedApps = &apps;
+      trv_all_app(root.data(), 1, folder_app_callback, stop);
+      movedApps = nullptr;
+    }
     RunLoop::main().post([weak, apps = std::move(apps)] {
-      if (auto self = weak.lock()) {
-        for (const auto& app : apps) self->notifyMovedApp(app);
+      if (auto watch = weak.lock()) {
+        for (const auto& app : apps) watch->notifyMovedApp(app);
       }
     });
   });

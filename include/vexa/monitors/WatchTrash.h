@@ -92,6 +92,9 @@ class VEXA_EXPORT WatchTrash : public FSWatchQueueDelegate,
   const std::shared_ptr<FSWatchQueue> queue_;
   std::unique_ptr<CoalescingTask> scanTask_;
   const std::string mountTable_;
+  // Held by a walk that reads the caller's stop flag, so that stopWatch can wait for it to end.
+  // Taken before lock_.
+  std::mutex walkMutex_;
   mutable std::mutex lock_;  // guards the fields below
   std::string trashPath_;
   std::unique_ptr<MountWatch> mountWatch_;  // while watching

@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "util/RunGuarded.h"
@@ -20,18 +21,25 @@ namespace vexa {
 
 struct RunLoop::Impl {
   explicit Impl(GMainContext* c) : context(g_main_context_ref(c)) {}
-  ~Impl() { g_main_context_unref(context); }
+  ~Impl() {
+    if (drain) {
+      g_source_destroy(drain);
+      g_source_unref(drain);
+    }
+    g_main_context_unref(context);
+  }
 
   GMainContext* context;
   std::mutex mutex;
   std::vector<GMainLoop*> running;  // innermost last
   bool quitRequested = false;
   // Work posted from any thread waits here, under a lock of our own, for one idle source that
-  // runs it all in order: the hand-over is then visible to race detectors, which cannot see
+  // runs it all in order. Nothing we allocate crosses threads through GLib (the source's data is
+  // this Impl, which outlives it): the hand-over is visible to race detectors, which cannot see
   // the futexes GLib guards its sources with.
   std::mutex postedMutex;
   std::deque<std::function<void()>> posted;
-  bool drainAttached = false;  // guarded by postedMutex
+  GSource* drain = nullptr;  // the pending idle source, held; guarded by postedMutex
 };
 
 namespace {
@@ -62,22 +70,19 @@ struct ThreadLoop {
   std::shared_ptr<RunLoop::Impl> impl;
 };
 
-// The idle source's data: the loop whose posted work it runs. Weak, so that a context whose
-// thread ended without turning it again does not keep its own Impl alive.
 gboolean runPosted(gpointer data) {
-  auto impl = static_cast<std::weak_ptr<RunLoop::Impl>*>(data)->lock();
-  if (!impl) return G_SOURCE_REMOVE;
+  auto* impl = static_cast<RunLoop::Impl*>(data);
   std::deque<std::function<void()>> batch;
+  GSource* self = nullptr;
   {
     std::lock_guard lock(impl->postedMutex);
     batch.swap(impl->posted);
-    impl->drainAttached = false;
+    self = std::exchange(impl->drain, nullptr);
   }
+  if (self) g_source_unref(self);  // GLib holds its own reference while dispatching
   for (auto& fn : batch) runGuarded("run loop", fn);
   return G_SOURCE_REMOVE;
 }
-
-void deletePosted(gpointer data) { delete static_cast<std::weak_ptr<RunLoop::Impl>*>(data); }
 
 gboolean wakeOnly(gpointer) { return G_SOURCE_REMOVE; }
 
@@ -104,17 +109,13 @@ RunLoop RunLoop::current() {
 }
 
 void RunLoop::post(std::function<void()> fn) const {
-  {
-    std::lock_guard lock(impl_->postedMutex);
-    impl_->posted.push_back(std::move(fn));
-    if (impl_->drainAttached) return;  // the pending source will run it too
-    impl_->drainAttached = true;
-  }
-  GSource* source = g_idle_source_new();
-  g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  g_source_set_callback(source, runPosted, new std::weak_ptr<Impl>(impl_), deletePosted);
-  g_source_attach(source, impl_->context);
-  g_source_unref(source);
+  std::lock_guard lock(impl_->postedMutex);
+  impl_->posted.push_back(std::move(fn));
+  if (impl_->drain) return;  // the pending source runs it too
+  impl_->drain = g_idle_source_new();
+  g_source_set_priority(impl_->drain, G_PRIORITY_DEFAULT);
+  g_source_set_callback(impl_->drain, runPosted, impl_.get(), nullptr);
+  g_source_attach(impl_->drain, impl_->context);
 }
 
 void RunLoop::run() const {
