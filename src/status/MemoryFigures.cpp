@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "vexa/util/MonitorString.h"
+
 namespace vexa {
 namespace {
 
@@ -83,7 +85,10 @@ nlohmann::json PagingDeltas::dictionary(const KernelTable& vmstat, uint64_t page
 }
 
 SwapLocation SwapLocation::of(const std::vector<SwapEntry>& entries) {
-  if (entries.empty()) return {"/", "swapfile"};
+  // A path that is not UTF-8 cannot be told in a dictionary (the JSON form refuses it).
+  if (entries.empty() || !MonitorString::cstringToString(entries.front().path.c_str())) {
+    return {"/", "swapfile"};
+  }
   const std::string& first = entries.front().path;
   const size_t slash = first.rfind('/');
   if (slash == std::string::npos) return {"/", first};
