@@ -86,7 +86,8 @@ nlohmann::json PagingDeltas::dictionary(const KernelTable& vmstat, uint64_t page
 
 SwapLocation SwapLocation::of(const std::vector<SwapEntry>& entries) {
   // A path that is not UTF-8 cannot be told in a dictionary (the JSON form refuses it).
-  if (entries.empty() || !MonitorString::cstringToString(entries.front().path.c_str())) {
+  if (entries.empty() || entries.front().path.find('\0') != std::string::npos ||
+      !MonitorString::cstringToString(entries.front().path.c_str())) {
     return {"/", "swapfile"};
   }
   const std::string& first = entries.front().path;
