@@ -81,26 +81,32 @@ std::shared_ptr<PackageDatabase> PackageDatabase::system(const std::string& root
 
 LinuxPackageDatabase::LinuxPackageDatabase(std::string root) : root_(rootPrefix(std::move(root))) {}
 
+std::optional<std::string> LinuxPackageDatabase::entryBelowRoot(const std::string& path) const {
+  if (!endsWith(path, kDesktop)) return std::nullopt;
+  if (!root_.empty() && !PathName::isWithin(path, root_)) return std::nullopt;
+  std::string relative = path.substr(root_.size());
+  if (relative.empty() || relative.front() != '/') return std::nullopt;
+  return relative;
+}
+
 std::optional<PackageOwner> LinuxPackageDatabase::ownerOf(const std::string& path) {
   if (!endsWith(path, kDesktop)) return std::nullopt;
   if (auto owner = flatpakOwner(path)) return owner;
-  if (!root_.empty() && !PathName::isWithin(path, root_)) return std::nullopt;
-  const std::string relative = path.substr(root_.size());
-  if (relative.empty() || relative.front() != '/') return std::nullopt;
-  if (auto owner = snapOwner(relative)) return owner;
-  return dpkgOwner(relative);
+  const auto relative = entryBelowRoot(path);
+  if (!relative) return std::nullopt;
+  if (auto owner = snapOwner(*relative)) return owner;
+  return dpkgOwner(*relative);
 }
 
 bool LinuxPackageDatabase::caughtUpWith(const std::string& path) {
   // Flatpak and Snap are read from the installed files themselves, which are in place before
   // their exports appear; only dpkg keeps a separate record, written after its renames, and only
   // for the system's own folders (/usr/local is the administrator's, home folders the user's).
-  if (!endsWith(path, kDesktop)) return true;
-  if (!root_.empty() && !PathName::isWithin(path, root_)) return true;
-  const std::string relative = path.substr(root_.size());
+  const auto relative = entryBelowRoot(path);
+  if (!relative) return true;
   const bool dpkgFolder =
-      (PathName::hasPrefix(relative, "/usr/") && !PathName::hasPrefix(relative, "/usr/local/")) ||
-      PathName::hasPrefix(relative, "/opt/");
+      (PathName::hasPrefix(*relative, "/usr/") && !PathName::hasPrefix(*relative, "/usr/local/")) ||
+      PathName::hasPrefix(*relative, "/opt/");
   if (!dpkgFolder) return true;
   struct stat status {};
   struct stat entry {};

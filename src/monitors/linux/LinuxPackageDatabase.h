@@ -32,6 +32,8 @@ class LinuxPackageDatabase : public PackageDatabase {
   bool caughtUpWith(const std::string& path) override;
 
  private:
+  // The path below the root of a desktop entry there ("/usr/share/applications/x.desktop").
+  std::optional<std::string> entryBelowRoot(const std::string& path) const;
   struct StatusStamp {
     dev_t device = 0;
     ino_t inode = 0;
