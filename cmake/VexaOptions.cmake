@@ -15,3 +15,9 @@ if(_vexa_san)
   add_compile_options(${_vexa_san})
   add_link_options(${_vexa_san})
 endif()
+if(VEXA_FUZZ)
+  # Our code carries the fuzzer's coverage counters, so that the fuzz targets are guided through
+  # the parsers and not only through their own few lines. Programs not linked with the fuzzer get
+  # the sanitizer runtime's empty counter hooks.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
