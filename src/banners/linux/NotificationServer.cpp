@@ -117,6 +117,8 @@ class ServerView final : public BannerView, public std::enable_shared_from_this<
 
   void send();
   void notified(std::optional<uint32_t> id);
+  // The server's capabilities came (or did not: then there is no server to show the banner).
+  void capabilitiesKnown(bool known);
   // The server showed the user's answer (key) or took the bubble away (gone).
   void answered(const std::string& key);
   void gone();
@@ -246,6 +248,16 @@ void ServerView::notified(std::optional<uint32_t> id) {
   if (pendingContent_) send();     // changed while the server was answering
 }
 
+void ServerView::capabilitiesKnown(bool known) {
+  --callsUnanswered_;
+  if (known) {
+    send();
+  } else {
+    pendingContent_.reset();
+    gone();
+  }
+}
+
 void ServerView::answered(const std::string& key) {
   if (told_ || !visible_) return;
   const int64_t type = key == "action" ? 2 : key == "default" ? 1 : 0;
@@ -318,8 +330,7 @@ void Server::askCapabilities() {
           auto view = weakView.lock();
           if (!view) continue;
           // No answer means no server: the banner goes, and the next one asks again.
-          view->notified(reply ? std::nullopt : std::optional<uint32_t>(0));
-          if (reply) view->send();
+          view->capabilitiesKnown(reply != nullptr);
         }
       },
       weak);
