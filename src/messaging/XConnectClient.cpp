@@ -97,10 +97,16 @@ void XConnectClient::handleMessage(const std::string& text) {
       std::lock_guard lock(identityMutex_);
       identity_ = identity;
     }
-    if (identity != XSocketServer::kHostIdentity) return;
-    if (!handler) return;
-    if (parms.contains("InstallPaths")) handler->setInstallPaths(parms["InstallPaths"]);
-    handler->hostConnected(shared_from_this());
+    const bool host = identity == XSocketServer::kHostIdentity;
+    if (host && handler && parms.contains("InstallPaths")) {
+      handler->setInstallPaths(parms["InstallPaths"]);
+    }
+    auto self = shared_from_this();
+    const auto waiting =
+        server ? server->identified(identity, self) : std::vector<XSocketServer::Identified>();
+    // Whoever waited for the host sends it what it needs; otherwise it gets what waited for it.
+    for (const auto& call : waiting) call(self);
+    if (host && handler && waiting.empty()) handler->hostConnected(self);
   } else if (name == "quit") {
     closeConnect();
   } else if (name == "ForceRemoveSuccessCommand") {

@@ -235,6 +235,37 @@ std::shared_ptr<XConnectClient> XSocketServer::getConnetClientByIdentity(
   return nullptr;
 }
 
+void XSocketServer::whenIdentified(const std::string& identity, Identified then) {
+  std::shared_ptr<XConnectClient> found;
+  {
+    std::lock_guard lock(mutex_);
+    for (const auto& weak : identified_) {
+      auto client = weak.lock();
+      if (client && client->connectFD() != 0 && client->identity() == identity) {
+        found = client;
+        break;
+      }
+    }
+    if (!found) {
+      waiting_.emplace(identity, std::move(then));
+      return;
+    }
+  }
+  then(found);
+}
+
+std::vector<XSocketServer::Identified> XSocketServer::identified(
+    const std::string& identity, const std::shared_ptr<XConnectClient>& connection) {
+  std::lock_guard lock(mutex_);
+  std::erase_if(identified_, [](const auto& weak) { return weak.expired(); });
+  identified_.push_back(connection);
+  std::vector<Identified> calls;
+  auto [first, last] = waiting_.equal_range(identity);
+  for (auto it = first; it != last; ++it) calls.push_back(std::move(it->second));
+  waiting_.erase(first, last);
+  return calls;
+}
+
 void XSocketServer::clearClient() {
   std::lock_guard lock(mutex_);
   std::vector<std::string> closed;

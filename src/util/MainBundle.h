@@ -11,6 +11,8 @@ class MainBundle {
   // image itself is what must be started), else the real path of the running executable. Empty
   // when neither can be found.
   static std::string path();
+  // The real path of the running executable; empty when it cannot be found.
+  static std::string executable();
 };
 
 }  // namespace vexa

@@ -25,6 +25,10 @@ class VEXA_EXPORT XCommandHandler {
   virtual void hostConnected(const std::shared_ptr<XConnectClient>& connection) {
     (void)connection;
   }
+  // Sends the host, on this connection, the report of the applications removed meanwhile.
+  virtual void sendRemoveAppToClient(const std::shared_ptr<XConnectClient>& connection) {
+    (void)connection;
+  }
 };
 
 }  // namespace vexa

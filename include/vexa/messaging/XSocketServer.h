@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -65,6 +66,16 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   void broadcast(const Message& message);
   // The first open connection whose peer identified itself as `identity`.
   std::shared_ptr<XConnectClient> getConnetClientByIdentity(const std::string& identity);
+  using Identified = std::function<void(const std::shared_ptr<XConnectClient>&)>;
+  // Calls `then` once with a connection whose peer identified itself as `identity`: at once, on
+  // the calling thread, when one has; else on the receiving thread of the next one that does,
+  // without any time limit. For a host connection the call takes the place of the command
+  // handler's hostConnected.
+  void whenIdentified(const std::string& identity, Identified then);
+  // A connection's peer identified itself: takes the calls waiting for that identity (to be
+  // made by the caller) and counts the connection as identified.
+  std::vector<Identified> identified(const std::string& identity,
+                                     const std::shared_ptr<XConnectClient>& connection);
   // Drops closed connections and frees their slots.
   void clearClient();
   // Decimal socket descriptor -> connection.
@@ -96,6 +107,8 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
   std::vector<int> refused_;  // left open as refused; closed when the server goes
   std::weak_ptr<XCommandHandler> handler_;
+  std::multimap<std::string, Identified> waiting_;
+  std::vector<std::weak_ptr<XConnectClient>> identified_;
   std::shared_ptr<PeerPolicy> peerPolicy_;
   std::shared_ptr<void> delegate_;
 };

@@ -92,7 +92,7 @@ class VEXA_EXPORT MonitorApplication : public FileSystemMonitorDelegate,
   // The records marked needForceRemove.
   std::vector<std::shared_ptr<AppFile>> getAllScanApps();
   void flushCacheData();
-  void sendRemoveAppToClient(const std::shared_ptr<XConnectClient>& connection);
+  void sendRemoveAppToClient(const std::shared_ptr<XConnectClient>& connection) override;
   void clearForceRemovedApp(const std::vector<std::string>& paths);
 
   void installApp(const std::string& path);

@@ -11,6 +11,10 @@ std::string MainBundle::path() {
   if (const char* image = std::getenv("APPIMAGE"); image && image[0] == '/') {
     if (PathName::isRegularFile(image)) return image;
   }
+  return executable();
+}
+
+std::string MainBundle::executable() {
   char resolved[PATH_MAX];
   if (::realpath("/proc/self/exe", resolved)) return resolved;
   return {};
