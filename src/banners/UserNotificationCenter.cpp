@@ -63,13 +63,24 @@ UserNotificationCenter::~UserNotificationCenter() {
   if (timer_) timer_->invalidate();
 }
 
-void UserNotificationCenter::start() {
+void UserNotificationCenter::start() { loop_ = std::make_unique<RunLoop>(RunLoop::current()); }
+
+void UserNotificationCenter::ensureTicking() {
+  if (timer_ && timer_->isValid()) return;
   std::weak_ptr<UserNotificationCenter> weak = weak_from_this();
   auto tick = [weak] {
     if (auto center = weak.lock()) center->checkMethod();
   };
-  RunLoop::current().post(tick);  // the timer's first firing comes at once
-  timer_ = Timer::scheduled(kTickSeconds, true, [tick](Timer&) { tick(); });
+  loop_->post(tick);  // the timer's first firing comes at once
+  timer_ = Timer::scheduledOn(*loop_, kTickSeconds, true, [tick](Timer&) { tick(); });
+}
+
+bool UserNotificationCenter::hasWork() const {
+  if (!scheduled_.empty() || anyAnimating()) return true;
+  return std::any_of(delivered_.begin(), delivered_.end(), [this](const Banner& banner) {
+    return (centerType_ == 1 && banner->isVisible()) ||
+           repeatSeconds(banner) >= kShortestRepeatSeconds;
+  });
 }
 
 void UserNotificationCenter::setCenterType(int64_t mode) {
@@ -78,7 +89,9 @@ void UserNotificationCenter::setCenterType(int64_t mode) {
 }
 
 void UserNotificationCenter::scheduleNotification(const Banner& banner) {
-  if (banner) addIfAbsent(scheduled_, banner);
+  if (!banner) return;
+  addIfAbsent(scheduled_, banner);
+  ensureTicking();
 }
 
 void UserNotificationCenter::removeScheduledNotification(const Banner& banner) {
@@ -124,7 +137,19 @@ void UserNotificationCenter::presentedNotification(const Banner& banner) {
   sortVisibleNotifications();
 }
 
+void UserNotificationCenter::dismissAll() {
+  moveOutVisible();
+  if (views_) views_->flush();
+}
+
 void UserNotificationCenter::checkMethod() {
+  tick();
+  // An idle centre does not wake its thread every second: the timer starts again with the next
+  // banner scheduled or shown.
+  if (timer_ && !hasWork()) timer_->invalidate();
+}
+
+void UserNotificationCenter::tick() {
   if (anyAnimating() || centerType_ == 0) return;
   const auto scheduled = scheduled_;
   const auto delivered = delivered_;

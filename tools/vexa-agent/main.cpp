@@ -5,6 +5,7 @@
 // "quit").
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,16 +13,43 @@
 #include <thread>
 
 #include "StopSignals.h"
+#include "vexa/banners/UserNotification.h"
+#include "vexa/banners/UserNotificationCenter.h"
+#include "vexa/messaging/NotificationManager.h"
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
 #include "vexa/monitors/MonitorApplication.h"
 #include "vexa/monitors/MonitorDownload.h"
 #include "vexa/monitors/MonitorInstallPackage.h"
 #include "vexa/monitors/MonitorTrash.h"
+#include "vexa/util/Image.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
 
 namespace {
+
+// One banner for removals at a time: none while one is waiting or shown. Main thread.
+void tellOfRemoval(const vexa::AppFile& app) {
+  using vexa::NotificationManager;
+  auto& center = vexa::UserNotificationCenter::defaultUserNotificationCenter();
+  auto& manager = NotificationManager::shared();
+  auto isRemoval = [](const auto& banner) {
+    return banner->identity() == NotificationManager::kRemovalIdentity;
+  };
+  const auto& waiting = center.scheduledNotifications();
+  const auto showing = manager.showingItems();
+  if (std::any_of(waiting.begin(), waiting.end(), isRemoval) ||
+      std::any_of(showing.begin(), showing.end(), isRemoval)) {
+    return;
+  }
+  std::string name = app.appDisplayName.value_or(app.appName.value_or(""));
+  if (name.empty()) name = app.appPath;
+  const auto icon = app.appIconCachePath ? vexa::Image::load(*app.appIconCachePath) : nullptr;
+  manager.postNotification(nullptr, icon, name, "This application was removed.",
+                           "Click to clean up what it left behind.", 0,
+                           vexa::XSocketServer::kHostIdentity,
+                           NotificationManager::kRemovalIdentity);
+}
 
 int usage() {
   std::fprintf(stderr,
@@ -30,11 +58,13 @@ int usage() {
   return 2;
 }
 
-// Removals wait for the host: it receives them when it next identifies itself.
+// Removals wait for the host: it receives them when it next identifies itself, or when the user
+// answers the banner that tells of them (which starts the host).
 class RemovalLog : public vexa::MonitorApplicationDelegate {
  public:
   void appRemoved(const std::shared_ptr<vexa::AppFile>& app) override {
     vexa::SystemLog::log("application removed: %s", app->appPath.c_str());
+    vexa::RunLoop::main().post([app] { tellOfRemoval(*app); });
   }
   void appsScan(const std::vector<std::shared_ptr<vexa::AppFile>>& apps) override {
     vexa::SystemLog::log("%zu removed applications wait for the host to clean up", apps.size());
@@ -102,11 +132,13 @@ int main(int argc, char** argv) {
 
   vexa::RunLoop loop = vexa::RunLoop::main();
   stopSignals.quitOnSignal(loop);
+  vexa::NotificationManager::shared();  // the banner centre ticks on this thread's loop
 
   std::printf("listening on %s:%u\n", host.c_str(), static_cast<unsigned>(server.port()));
   std::fflush(stdout);
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
+  vexa::UserNotificationCenter::defaultUserNotificationCenter().dismissAll();
   applications.stopMonotor();
   vexa::MonitorTrash::shared().stopMonotor();
   packages.stopMonotor();

@@ -16,6 +16,8 @@ class VEXA_EXPORT BannerViewFactory {
   virtual BannerSize screenSize() const { return {}; }
   // The window level of status items; banners stack above it.
   virtual int64_t statusWindowLevel() const { return 25; }
+  // Returns once what the views asked of the desktop has gone out.
+  virtual void flush() {}
 };
 
 }  // namespace vexa

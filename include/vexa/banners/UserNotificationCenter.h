@@ -12,6 +12,7 @@
 namespace vexa {
 
 class BannerViewFactory;
+class RunLoop;
 class Timer;
 class UserNotification;
 class UserNotificationCenterDelegate;
@@ -19,7 +20,8 @@ class UserNotificationCenterDelegate;
 // Schedules, shows, stacks, repeats and dismisses banners. A one-second timer on the loop of the
 // thread that made the centre drives it (its first firing comes at once): due banners are shown,
 // at most one a second, banners with a repeat interval of a minute or more are shown again, and
-// in mode 1 a shown banner leaves after five seconds.
+// in mode 1 a shown banner leaves after five seconds. The timer runs only while there is such
+// work, so an idle centre costs its thread no wake-ups.
 //
 // Modes (centerType): 0 records delivered banners and shows nothing; 1 shows one banner at a
 // time; 2 (the default) stacks them until they are answered.
@@ -69,6 +71,10 @@ class VEXA_EXPORT UserNotificationCenter
   // Shows the banner now if the delegate lets it, and restacks.
   void presentedNotification(const std::shared_ptr<UserNotification>& banner);
 
+  // Takes every shown banner off the screen and returns once the desktop has been told: for a
+  // program that is about to end.
+  void dismissAll();
+
   // One tick of the timer.
   void checkMethod();
   // Stacks the shown banners from the screen's top-right corner, newest first and on top.
@@ -81,6 +87,12 @@ class VEXA_EXPORT UserNotificationCenter
  private:
   UserNotificationCenter(Clock clock, std::shared_ptr<BannerViewFactory> views);
   void start();
+  // Starts the timer (its first firing at once) unless it runs.
+  void ensureTicking();
+  // Whether a tick may have something to do: banners waiting, animating, shown in mode 1 or
+  // repeating.
+  bool hasWork() const;
+  void tick();
   bool anyAnimating() const;
   void moveOutVisible();
   // Seconds of a repeat interval, counting the defined components.
@@ -92,6 +104,7 @@ class VEXA_EXPORT UserNotificationCenter
   std::vector<std::shared_ptr<UserNotification>> scheduled_;
   std::vector<std::shared_ptr<UserNotification>> delivered_;
   int64_t centerType_ = 2;
+  std::unique_ptr<RunLoop> loop_;  // the loop of the thread that made the centre
   std::shared_ptr<Timer> timer_;
 };
 

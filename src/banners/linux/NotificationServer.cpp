@@ -360,6 +360,9 @@ class NotificationServerFactory final : public BannerViewFactory {
  public:
   explicit NotificationServerFactory(std::shared_ptr<Server> server) : server_(std::move(server)) {}
   std::unique_ptr<BannerView> makeView(BannerView::Events& events) override;
+  void flush() override {
+    if (server_->connection) g_dbus_connection_flush_sync(server_->connection, nullptr, nullptr);
+  }
 
  private:
   std::shared_ptr<Server> server_;
