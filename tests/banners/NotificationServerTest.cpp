@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "banners/RecordingCenterDelegate.h"
 #include "banners/linux/NotificationServer.h"
 #include "support/ChildProcess.h"
 #include "support/PrivateBus.h"
 #include "vexa/banners/BannerViewFactory.h"
 #include "vexa/banners/UserNotification.h"
 #include "vexa/banners/UserNotificationCenter.h"
-#include "vexa/banners/UserNotificationCenterDelegate.h"
 #include "vexa/util/Image.h"
 #include "vexa/util/RunLoop.h"
 
@@ -24,22 +24,6 @@ namespace {
 
 using Banner = std::shared_ptr<UserNotification>;
 using namespace std::chrono_literals;
-
-struct Listener : UserNotificationCenterDelegate {
-  std::optional<bool> userNotificationCenterShouldPresentNotification(UserNotificationCenter&,
-                                                                      const Banner&) override {
-    return true;
-  }
-  void userNotificationCenterDidDestroyedNotification(UserNotificationCenter&,
-                                                      const Banner& b) override {
-    log.push_back("destroyed " + b->title());
-  }
-  void userNotificationCenterDidActivateNotification(UserNotificationCenter&,
-                                                     const Banner& b) override {
-    log.push_back("activate " + b->title() + " " + std::to_string(b->activationType()));
-  }
-  std::vector<std::string> log;
-};
 
 class NotificationServerTest : public ::testing::Test {
  protected:
@@ -78,7 +62,8 @@ class NotificationServerTest : public ::testing::Test {
 
   test::PrivateBus bus;
   std::unique_ptr<test::ChildProcess> server;
-  std::shared_ptr<Listener> listener = std::make_shared<Listener>();
+  std::shared_ptr<test::RecordingCenterDelegate> listener =
+      std::make_shared<test::RecordingCenterDelegate>(false);
   std::shared_ptr<UserNotificationCenter> center;
 };
 

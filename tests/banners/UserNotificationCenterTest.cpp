@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "banners/FakeBannerViews.h"
+#include "banners/RecordingCenterDelegate.h"
 #include "vexa/banners/UserNotification.h"
 #include "vexa/banners/UserNotificationCenter.h"
-#include "vexa/banners/UserNotificationCenterDelegate.h"
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
@@ -17,34 +17,12 @@ namespace {
 using test::FakeBannerViews;
 using Banner = std::shared_ptr<UserNotification>;
 
-// Lets every banner (or none) be shown and writes down what it hears.
-struct Listener : UserNotificationCenterDelegate {
-  std::optional<bool> userNotificationCenterShouldPresentNotification(UserNotificationCenter&,
-                                                                      const Banner&) override {
-    return answer;
-  }
-  void userNotificationCenterDidDeliverNotification(UserNotificationCenter&,
-                                                    const Banner& b) override {
-    log.push_back("deliver " + b->title());
-  }
-  void userNotificationCenterDidDestroyedNotification(UserNotificationCenter&,
-                                                      const Banner& b) override {
-    log.push_back("destroyed " + b->title());
-  }
-  void userNotificationCenterDidActivateNotification(UserNotificationCenter&,
-                                                     const Banner& b) override {
-    log.push_back("activate " + b->title() + " " + std::to_string(b->activationType()));
-  }
-  std::optional<bool> answer = true;
-  std::vector<std::string> log;
-};
-
 class CenterTest : public ::testing::Test {
  protected:
   CenterTest()
       : views(std::make_shared<FakeBannerViews>()),
         center(UserNotificationCenter::create([this] { return now; }, views)),
-        listener(std::make_shared<Listener>()) {
+        listener(std::make_shared<test::RecordingCenterDelegate>()) {
     center->setDelegate(listener);
   }
 
@@ -59,7 +37,7 @@ class CenterTest : public ::testing::Test {
   Date now{1000};
   std::shared_ptr<FakeBannerViews> views;
   std::shared_ptr<UserNotificationCenter> center;
-  std::shared_ptr<Listener> listener;
+  std::shared_ptr<test::RecordingCenterDelegate> listener;
 };
 
 TEST_F(CenterTest, DueBannersAreShownOneATickAndOnlyWithTheDelegatesConsent) {
