@@ -16,10 +16,12 @@ namespace vexa {
 
 std::shared_ptr<XConnectClient> XConnectClient::create(int connectFD,
                                                        std::weak_ptr<XSocketServer> delegate) {
-  std::shared_ptr<XConnectClient> client(new XConnectClient(connectFD, std::move(delegate)));
+  return std::shared_ptr<XConnectClient>(new XConnectClient(connectFD, std::move(delegate)));
+}
+
+void XConnectClient::startReceiving() {
   // The thread keeps the connection alive until it ends.
-  std::thread([client] { client->recvData(); }).detach();
-  return client;
+  std::thread([client = shared_from_this()] { client->recvData(); }).detach();
 }
 
 XConnectClient::XConnectClient(int fd, std::weak_ptr<XSocketServer> delegate)

@@ -161,6 +161,9 @@ void XSocketServer::acceptConnect() {
       std::snprintf(text, sizeof text, "The new client (%d) join success %s:%d", slot,
                     address.c_str(), peerPort);
       sendData(Message("ServerConnectCommand", {{"Result", text}}), fd);
+      // Read only once greeted: what the peer's first message brings it (its removal report)
+      // must not overtake the greeting.
+      client->startReceiving();
     } else {
       sendData(Message("ServerRefuseCommand",
                        {{"Error",

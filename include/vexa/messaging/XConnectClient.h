@@ -19,9 +19,13 @@ class XSocketServer;
 // closes it when it ends; closeConnect() makes it end.
 class VEXA_EXPORT XConnectClient : public std::enable_shared_from_this<XConnectClient> {
  public:
-  // Starts the receiving thread at once.
+  // A connection over the socket; nothing is read (nor the socket closed) before
+  // startReceiving().
   static std::shared_ptr<XConnectClient> create(int connectFD,
                                                 std::weak_ptr<XSocketServer> delegate);
+  // Starts the thread that reads the peer's messages; it keeps the connection alive until the
+  // peer goes. Once.
+  void startReceiving();
   ~XConnectClient();
   XConnectClient(const XConnectClient&) = delete;
   XConnectClient& operator=(const XConnectClient&) = delete;
