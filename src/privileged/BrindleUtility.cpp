@@ -336,6 +336,11 @@ bool BrindleUtility::chmode(const std::string& path, const std::string& user,
                        {P::kCmdKey, joined({"-R", mode, path})}});
 }
 
+bool BrindleUtility::purge() {
+  return helperResult(
+      {{P::kCommandKey, kRunTool}, {P::kLaunchKey, P::kPurgeTool}, {P::kCmdKey, ""}});
+}
+
 bool BrindleUtility::unpark(const std::string& archive, const std::string& type,
                             const std::string& folder) {
   if (!PathName::exists(archive)) return false;

@@ -202,6 +202,20 @@ bool replaceOf(const json& request) {
   return it != request.end() && it->is_boolean() && it->get<bool>();
 }
 
+}  // namespace
+
+const char* HelperService::actionFor(const json& request) {
+  const auto command = integerAt(request, P::kCommandKey);
+  const auto launch = stringAt(request, P::kLaunchKey);
+  if (command != P::kRunTool || !launch) return P::kRequestAction;
+  // As runTool will decide it: only a request it would answer by purging counts as one.
+  const auto decision = ToolPolicy::check(*launch, stringAt(request, P::kCmdKey).value_or(""));
+  const bool purge = decision.allowed && decision.tool == ToolPolicy::Tool::Purge;
+  return purge ? P::kPurgeAction : P::kRequestAction;
+}
+
+namespace {
+
 json runTool(const std::string& launch, const std::string& cmd) {
   if (cmd.size() > HelperService::kMaxArgumentBytes) return reply(false);
   const ToolPolicy::Decision decision = ToolPolicy::check(launch, cmd);

@@ -18,6 +18,9 @@ class HelperService {
   static constexpr size_t kMaxArgumentBytes = size_t{256} * 1024;
 
   static nlohmann::json handle(const nlohmann::json& request);
+  // The polkit action that authorizes the request: HelperProtocol::kPurgeAction for the purge
+  // tool, kRequestAction for everything else (malformed requests included).
+  static const char* actionFor(const nlohmann::json& request);
 };
 
 }  // namespace vexa

@@ -138,5 +138,22 @@ TEST(HelperBusTest, PolkitDecidesWhenItRuns) {
   }
 }
 
+// Emptying the caches is asked about under an action of its own, which changes no file; refused,
+// nothing is dropped.
+TEST(HelperBusTest, PurgeIsAskedAboutUnderItsOwnAction) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+  RunningHelper helper({"65534"});
+  ASSERT_TRUE(helper.ready);
+  ChildProcess polkit(
+      {VEXA_FAKE_POLKIT_PATH, helper.bus.address(), "deny:com.tarnwick.PrivilegesHelper.purge"});
+  ASSERT_EQ(polkit.readLine(), std::optional<std::string>("fake-polkit ready"));
+  EXPECT_EQ(client(helper.bus.address(), {"purge"}, true), 1);
+  // The connection check goes under the general action, the purge under its own.
+  EXPECT_EQ(polkit.readLine(), std::optional<std::string>(
+                                   "check com.tarnwick.PrivilegesHelper.request system-bus-name"));
+  EXPECT_EQ(polkit.readLine(), std::optional<std::string>(
+                                   "check com.tarnwick.PrivilegesHelper.purge system-bus-name"));
+}
+
 }  // namespace
 }  // namespace vexa

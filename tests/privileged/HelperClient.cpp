@@ -1,6 +1,7 @@
 // A client of the privileged helper for the tests: runs one operation the way a host would and
 // prints the outcome. Run under setpriv as an unprivileged user to exercise the helper fall-back.
-//   helper-client check | remove PATH | mkfile PATH | chmod PATH OCTAL | round-trips N | find DIR
+//   helper-client check | purge | remove PATH | mkfile PATH | chmod PATH OCTAL | round-trips N |
+//   find DIR
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,6 +15,7 @@ int main(int argc, char** argv) {
   using vexa::BrindleUtility;
   const std::string op = argc > 1 ? argv[1] : "";
   if (op == "check") return BrindleUtility::checkHelperConnect() ? 0 : 1;
+  if (op == "purge") return BrindleUtility::purge() ? 0 : 1;
   if (op == "remove" && argc == 3) return BrindleUtility::remove(argv[2]) ? 0 : 1;
   if (op == "mkfile" && argc == 3) {
     auto made = BrindleUtility::mkfile(argv[2], false);

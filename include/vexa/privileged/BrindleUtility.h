@@ -71,6 +71,9 @@ class VEXA_EXPORT BrindleUtility {
   static bool thinBinary(const std::string& binary, const std::string& architecture,
                          const std::string& lipo);
 
+  // Flushes the file systems and drops the system's page, dentry and inode caches through the
+  // helper; true when it did. The memory sampler's purger (MemoryStatus::setPurger).
+  static bool purge();
   // Runs `tool` (standard error discarded), piping its output through /usr/bin/grep with
   // `filters` when given; true on exit status 0, with the output in `output`.
   static bool runTask(const std::string& tool,

@@ -17,6 +17,13 @@ class HelperProtocol {
   static constexpr const char* kInterface = "com.tarnwick.PrivilegesHelper";
   // Request(a{sv} request) -> (a{sv} reply)
   static constexpr const char* kMethod = "Request";
+  // The polkit actions a caller is authorized for: dropping the system's caches (the purge
+  // tool) on its own, since it changes no file; every other request under the general one.
+  static constexpr const char* kRequestAction = "com.tarnwick.PrivilegesHelper.request";
+  static constexpr const char* kPurgeAction = "com.tarnwick.PrivilegesHelper.purge";
+  // A value of kLaunchKey (any absolute path named "purge") that flushes the file systems and
+  // drops the page, dentry and inode caches: done by the helper itself, no program is run.
+  static constexpr const char* kPurgeTool = "/usr/sbin/purge";
 
   // Operation codes, the value of kCommandKey.
   enum Command : int64_t {

@@ -18,8 +18,6 @@ namespace vexa {
 
 namespace {
 
-constexpr const char* kAction = "com.tarnwick.PrivilegesHelper.request";
-
 std::string introspectionXml() {
   return std::string("<node><interface name='") + HelperProtocol::kInterface + "'><method name='" +
          HelperProtocol::kMethod +
@@ -78,7 +76,8 @@ std::optional<uid_t> callerUid(GDBusConnection* connection, const char* sender) 
 }
 
 // polkit's answer for this caller, or empty when polkit does not run on the bus.
-std::optional<bool> polkitAllows(GDBusConnection* connection, const char* sender) {
+std::optional<bool> polkitAllows(GDBusConnection* connection, const char* sender,
+                                 const char* action) {
   GVariantBuilder subjectDetails;
   g_variant_builder_init(&subjectDetails, G_VARIANT_TYPE("a{sv}"));
   g_variant_builder_add(&subjectDetails, "{sv}", "name", g_variant_new_string(sender));
@@ -88,7 +87,7 @@ std::optional<bool> polkitAllows(GDBusConnection* connection, const char* sender
   g_autoptr(GVariant) answer = g_dbus_connection_call_sync(
       connection, "org.freedesktop.PolicyKit1", "/org/freedesktop/PolicyKit1/Authority",
       "org.freedesktop.PolicyKit1.Authority", "CheckAuthorization",
-      g_variant_new("((sa{sv})sa{ss}us)", "system-bus-name", &subjectDetails, kAction, &details,
+      g_variant_new("((sa{sv})sa{ss}us)", "system-bus-name", &subjectDetails, action, &details,
                     1u /* allow user interaction */, ""),
       G_VARIANT_TYPE("((bba{ss}))"), G_DBUS_CALL_FLAGS_NO_AUTO_START, 5 * 60 * 1000, nullptr,
       &error);
@@ -103,11 +102,12 @@ std::optional<bool> polkitAllows(GDBusConnection* connection, const char* sender
   return authorized == TRUE;
 }
 
-bool authorized(const Options& options, GDBusConnection* connection, const char* sender) {
+bool authorized(const Options& options, GDBusConnection* connection, const char* sender,
+                const char* action) {
   const auto uid = callerUid(connection, sender);
   if (!uid) return false;
   if (*uid == 0) return true;
-  if (auto polkit = polkitAllows(connection, sender)) return *polkit;
+  if (auto polkit = polkitAllows(connection, sender, action)) return *polkit;
   const auto& allowed = options.allowedUids;
   return std::find(allowed.begin(), allowed.end(), *uid) != allowed.end();
 }
@@ -119,13 +119,14 @@ void onMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, co
   // A request may run a tool for minutes: it never holds up the others.
   DispatchQueue::global().async([options, call] {
     const char* sender = call->sender() ? call->sender() : "";
-    if (!authorized(*options, call->connection(), sender)) {
+    g_autoptr(GVariant) parameters = g_variant_get_child_value(call->parameters(), 0);
+    const auto request = variantToDictionary(parameters);
+    if (!authorized(*options, call->connection(), sender, HelperService::actionFor(request))) {
       SystemLog::log("helper refused a request from an unauthorized caller (%s)", sender);
       call->answer({{HelperProtocol::kResultKey, false}});
       return;
     }
-    g_autoptr(GVariant) request = g_variant_get_child_value(call->parameters(), 0);
-    call->answer(HelperService::handle(variantToDictionary(request)));
+    call->answer(HelperService::handle(request));
   });
 }
 

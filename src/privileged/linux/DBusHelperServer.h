@@ -9,8 +9,9 @@ namespace vexa {
 // The privileged helper's D-Bus service: owns "com.tarnwick.PrivilegesHelper" on a bus and
 // answers Request(a{sv}) -> (a{sv}) through HelperService, each request on a pool thread.
 //
-// Callers are authorized per request: by polkit (action "com.tarnwick.PrivilegesHelper.request")
-// when polkit runs on the bus, otherwise only root and the uids given. Unauthorized requests are
+// Callers are authorized per request: by polkit (action "com.tarnwick.PrivilegesHelper.purge" for
+// dropping the caches, "com.tarnwick.PrivilegesHelper.request" for the rest) when polkit runs on
+// the bus, otherwise only root and the uids given. Unauthorized requests are
 // answered {"result": false}.
 class DBusHelperServer {
  public:

@@ -1,13 +1,17 @@
 // A stand-in for polkit on a private bus, for the helper's tests. Owns
 // "org.freedesktop.PolicyKit1", answers every CheckAuthorization with the verdict it was started
 // with, and prints "check ACTION SUBJECT-KIND" for each, so a test can wait for the question.
-//   fake-polkit BUS-ADDRESS allow|deny
+// "deny:ACTION" denies that action and allows the others.
+//   fake-polkit BUS-ADDRESS allow|deny|deny:ACTION
 #include <gio/gio.h>
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace {
+
+std::string verdictText;
 
 constexpr const char* kIntrospection =
     "<node><interface name='org.freedesktop.PolicyKit1.Authority'>"
@@ -28,7 +32,9 @@ void onCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gc
                 nullptr);
   std::printf("check %s %s\n", action, kind);
   std::fflush(stdout);
-  const gboolean verdict = GPOINTER_TO_INT(data);
+  (void)data;
+  const gboolean verdict = verdictText == "allow" ||
+                           (verdictText.rfind("deny:", 0) == 0 && verdictText.substr(5) != action);
   g_dbus_method_invocation_return_value(
       invocation, g_variant_new("((bb@a{ss}))", verdict, FALSE,
                                 g_variant_new_array(G_VARIANT_TYPE("{ss}"), nullptr, 0)));
@@ -37,11 +43,12 @@ void onCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gc
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3 || (std::strcmp(argv[2], "allow") != 0 && std::strcmp(argv[2], "deny") != 0)) {
-    std::fprintf(stderr, "usage: fake-polkit BUS-ADDRESS allow|deny\n");
+  if (argc != 3 || (std::strcmp(argv[2], "allow") != 0 && std::strcmp(argv[2], "deny") != 0 &&
+                    std::strncmp(argv[2], "deny:", 5) != 0)) {
+    std::fprintf(stderr, "usage: fake-polkit BUS-ADDRESS allow|deny|deny:ACTION\n");
     return 2;
   }
-  const gboolean verdict = std::strcmp(argv[2], "allow") == 0;
+  verdictText = argv[2];
   g_autoptr(GError) error = nullptr;
   g_autoptr(GDBusConnection) connection = g_dbus_connection_new_for_address_sync(
       argv[1],
@@ -55,8 +62,7 @@ int main(int argc, char** argv) {
   g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(kIntrospection, nullptr);
   static const GDBusInterfaceVTable vtable = {onCall, nullptr, nullptr, {}};
   if (!g_dbus_connection_register_object(connection, "/org/freedesktop/PolicyKit1/Authority",
-                                         node->interfaces[0], &vtable, GINT_TO_POINTER(verdict),
-                                         nullptr, &error)) {
+                                         node->interfaces[0], &vtable, nullptr, nullptr, &error)) {
     std::fprintf(stderr, "fake-polkit: %s\n", error->message);
     return 1;
   }
