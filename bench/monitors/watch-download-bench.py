@@ -82,7 +82,7 @@ def latency(root):
         time.sleep(0.05)  # the folder's scan watches the new partial file
         at = time.monotonic()
         os.rename(done + ".crdownload", done)
-        a = ours.wait(lambda line: line.endswith(f'/file-{i}.pdf"}}'))
+        a = ours.wait(lambda line: f'/file-{i}.pdf"' in line)
         b = theirs.wait(lambda line: line == done)
         if a is None or b is None:
             sys.exit(f"no event for {done}")
@@ -98,7 +98,7 @@ def latency(root):
         time.sleep(0.05)
         at = time.monotonic()
         os.rename(done + ".part", done)
-        a = ours.wait(lambda line: line.endswith(f'/archive-{i}.zip"}}'), 10)
+        a = ours.wait(lambda line: f'/archive-{i}.zip"' in line, 10)
         if a is None:
             sys.exit(f"no event for {done}")
         zips.append(a - at)

@@ -160,8 +160,13 @@ std::vector<std::string> BrowserFolders::settingsFiles() const {
 }
 
 std::vector<std::string> BrowserFolders::settingsFolders() const {
+  return settingsFolders(settingsFiles());
+}
+
+std::vector<std::string> BrowserFolders::settingsFolders(
+    const std::vector<std::string>& files) const {
   std::set<std::string> folders;
-  for (const auto& file : settingsFiles()) {
+  for (const auto& file : files) {
     std::string folder = PathName::parent(file);
     // A location the environment does not give (an empty base) names no folder of its own.
     if (folder.empty() || folder[0] != '/' || folder == "/") continue;

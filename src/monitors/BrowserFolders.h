@@ -41,6 +41,8 @@ class BrowserFolders {
   // replaced by its nearest existing ancestor there, whose changes tell of its making (a
   // browser's first run); a missing one outside is left out.
   std::vector<std::string> settingsFolders() const;
+  // The same for a list of settings files already read (file-system queries only).
+  std::vector<std::string> settingsFolders(const std::vector<std::string>& files) const;
 
  private:
   struct Browser {

@@ -104,15 +104,7 @@ void WatchDownload::startWatch(int* stop) {
     isStop_ = stop;
     watching_ = true;
   }
-  // The settings folders are watched before the settings are read: a change from then on is
-  // heard.
-  watchPreferences();
-  {
-    auto identities = settingsIdentities();
-    std::lock_guard lock(mutex_);
-    settings_ = std::move(identities);
-  }
-  profileMonitor();
+  refreshPreferences();
   rules_->clearDownloadFolderChanged();
   watchDownloadFolders(rules_->downloadFolders());
   if (auto date = modificationSeconds(rules_->safariDLPlist())) rules_->setModifyDate(*date);
@@ -130,6 +122,7 @@ void WatchDownload::stopWatch() {
     preferencesFolders_.clear();
     safariFolder_.clear();
     settings_.clear();
+    settingsFiles_.clear();
     if (queue_) queue_->removeAllPaths();
   }
   if (stop) std::atomic_ref<int>(*stop).store(1, std::memory_order_relaxed);
@@ -250,9 +243,10 @@ void WatchDownload::watchPartialFiles(const std::vector<std::string>& found) {
   }
 }
 
-std::map<std::string, WatchDownload::Identity> WatchDownload::settingsIdentities() const {
+std::map<std::string, WatchDownload::Identity> WatchDownload::identitiesOf(
+    const std::vector<std::string>& files) {
   std::map<std::string, Identity> identities;
-  for (const auto& file : folders_->settingsFiles()) {
+  for (const auto& file : files) {
     Identity identity{};
     if (auto st = statOf(file)) {
       identity = {static_cast<int64_t>(st->st_dev), static_cast<int64_t>(st->st_ino),
@@ -264,8 +258,7 @@ std::map<std::string, WatchDownload::Identity> WatchDownload::settingsIdentities
   return identities;
 }
 
-void WatchDownload::watchPreferences() {
-  const std::vector<std::string> folders = folders_->settingsFolders();
+void WatchDownload::watchPreferences(const std::vector<std::string>& folders) {
   std::string safari = rules_->safariFolder();
   if (safari.empty() || safari[0] != '/' || !PathName::isFolder(safari)) safari.clear();
   std::lock_guard lock(mutex_);
@@ -281,24 +274,41 @@ void WatchDownload::watchPreferences() {
   if (!safari.empty()) queue_->addPathToQueue(safari, kPreferencesMask);
 }
 
-void WatchDownload::preferencesChanged() {
-  // A folder made since (a browser's first run) is watched before its files are looked at, so
-  // that a settings file written into it meanwhile is either seen now or heard later.
-  watchPreferences();
-  auto identities = settingsIdentities();
+bool WatchDownload::refreshPreferences() {
+  const auto files = folders_->settingsFiles();
+  // The folders are watched before the files are looked at: a file written into a folder made
+  // since (a browser's first run) is either seen now or heard later.
+  watchPreferences(folders_->settingsFolders(files));
+  auto identities = identitiesOf(files);
   bool changed = false;
   {
     std::lock_guard lock(mutex_);
-    if (!watching_) return;
+    if (!watching_) return false;
     changed = identities != settings_;
     settings_ = std::move(identities);
+    settingsFiles_ = files;
   }
-  // A busy profile folder is written many times a minute; its settings seldom change.
   if (changed) profileMonitor();
-  if (rules_->downloadFolderChanged()) {
-    updateDownloadFolders(rules_->downloadFolders());
-    rules_->clearDownloadFolderChanged();
+  return changed;
+}
+
+void WatchDownload::preferencesChanged() {
+  // A busy profile folder is written many times a minute, and its settings seldom change: file
+  // queries alone tell whether anything needs reading.
+  std::vector<std::string> files;
+  {
+    std::lock_guard lock(mutex_);
+    files = settingsFiles_;
   }
+  const auto folders = folders_->settingsFolders(files);
+  const auto identities = identitiesOf(files);
+  {
+    std::lock_guard lock(mutex_);
+    if (folders == preferencesFolders_ && identities == settings_) return;
+  }
+  if (!refreshPreferences() || !rules_->downloadFolderChanged()) return;
+  updateDownloadFolders(rules_->downloadFolders());
+  rules_->clearDownloadFolderChanged();
 }
 
 void WatchDownload::unwatchLocked(const std::string& path) {

@@ -16,6 +16,7 @@
 
 #include "support/IsolatedHome.h"
 #include "vexa/util/RunLoop.h"
+#include "vexa/util/SystemLog.h"
 #include "vexa/util/Utilities.h"
 
 namespace vexa {
@@ -271,6 +272,21 @@ TEST_F(WatchDownloadTest, AScanTakesPartialFilesAndSafariFoldersOnly) {
       downloads.c_str(), [](const char* path) { found.emplace_back(path); }, nullptr);
   std::sort(found.begin(), found.end());
   EXPECT_EQ(found, (Strings{downloads + "/x.download", downloads + "/y.crdownload"}));
+}
+
+TEST_F(WatchDownloadTest, AScanLogsTheNamesItSeesAndPrintsNothing) {
+  isolated.dir.write("home/Downloads/seen.txt", "x");
+  Strings logged;
+  std::mutex loggedLock;
+  SystemLog::setSink([&](const std::string& line) {
+    std::lock_guard lock(loggedLock);
+    logged.push_back(line);
+  });
+  ::testing::internal::CaptureStdout();
+  trv_sub_download(downloads.c_str(), nullptr, nullptr);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+  SystemLog::setSink(nullptr);
+  EXPECT_EQ(logged, Strings{"seen.txt"});
 }
 
 TEST_F(WatchDownloadTest, ABadFolderScansToNothing) {

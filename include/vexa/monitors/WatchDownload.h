@@ -106,10 +106,14 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   // Scans `folder` and watches the partial files found that are not watched yet.
   void scan(const std::string& folder);
   void watchPartialFiles(const std::vector<std::string>& found);
-  // Watches the settings folders and Safari's as they are now, dropping those no longer wanted.
-  void watchPreferences();
+  // Watches `folders` (the settings folders) and Safari's folder as it is now, dropping those
+  // no longer wanted.
+  void watchPreferences(const std::vector<std::string>& folders);
+  // Reads which files the settings are and watches their folders, then reads the settings again
+  // when one of the files changed; true when one did.
+  bool refreshPreferences();
   void preferencesChanged();
-  std::map<std::string, Identity> settingsIdentities() const;
+  static std::map<std::string, Identity> identitiesOf(const std::vector<std::string>& files);
   // Stops watching `path` unless another role still wants it. Called with mutex_ held.
   void unwatchLocked(const std::string& path);
   // Drops `path` from the download folders and partial files; which lists held it.
@@ -128,7 +132,8 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   std::vector<std::string> currDownload_;
   std::vector<std::string> preferencesFolders_;
   std::string safariFolder_;  // watched while not empty
-  std::map<std::string, Identity> settings_;
+  std::vector<std::string> settingsFiles_;
+  std::map<std::string, Identity> settings_;  // of settingsFiles_
   bool watching_ = false;
   int* isStop_ = nullptr;
   std::shared_ptr<WatchDownloadDelegate> delegate_;
