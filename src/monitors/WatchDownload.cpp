@@ -123,6 +123,7 @@ void WatchDownload::stopWatch() {
     safariFolder_.clear();
     settings_.clear();
     settingsFiles_.clear();
+    standIns_.clear();
     if (queue_) queue_->removeAllPaths();
   }
   if (stop) std::atomic_ref<int>(*stop).store(1, std::memory_order_relaxed);
@@ -276,9 +277,19 @@ void WatchDownload::watchPreferences(const std::vector<std::string>& folders) {
 
 bool WatchDownload::refreshPreferences() {
   const auto files = folders_->settingsFiles();
+  const auto folders = folders_->settingsFolders(files);
   // The folders are watched before the files are looked at: a file written into a folder made
   // since (a browser's first run) is either seen now or heard later.
-  watchPreferences(folders_->settingsFolders(files));
+  watchPreferences(folders);
+  std::set<std::string> standIns;
+  for (const auto& file : files) {
+    std::string folder = PathName::parent(file);
+    if (contains(folders, folder)) continue;
+    while (!contains(folders, folder) && folder != PathName::parent(folder)) {
+      folder = PathName::parent(folder);
+    }
+    if (contains(folders, folder)) standIns.insert(folder);
+  }
   auto identities = identitiesOf(files);
   bool changed = false;
   {
@@ -287,24 +298,33 @@ bool WatchDownload::refreshPreferences() {
     changed = identities != settings_;
     settings_ = std::move(identities);
     settingsFiles_ = files;
+    standIns_ = std::move(standIns);
   }
   if (changed) profileMonitor();
   return changed;
 }
 
-void WatchDownload::preferencesChanged() {
-  // A busy profile folder is written many times a minute, and its settings seldom change: file
-  // queries alone tell whether anything needs reading.
+void WatchDownload::preferencesChanged(const std::string& folder) {
+  // A busy profile folder is written many times a minute, and its settings seldom change. A
+  // write in a folder tells only of its entries: the settings files in it are looked at, and
+  // read again only when one changed.
   std::vector<std::string> files;
+  bool standIn = false;
   {
     std::lock_guard lock(mutex_);
-    files = settingsFiles_;
+    for (const auto& file : settingsFiles_) {
+      if (PathName::parent(file) == folder) files.push_back(file);
+    }
+    standIn = standIns_.count(folder) > 0;
   }
-  const auto folders = folders_->settingsFolders(files);
-  const auto identities = identitiesOf(files);
-  {
+  if (!standIn) {
+    const auto identities = identitiesOf(files);
     std::lock_guard lock(mutex_);
-    if (folders == preferencesFolders_ && identities == settings_) return;
+    const bool same = std::all_of(identities.begin(), identities.end(), [&](const auto& entry) {
+      auto known = settings_.find(entry.first);
+      return known != settings_.end() && known->second == entry.second;
+    });
+    if (same) return;
   }
   if (!refreshPreferences() || !rules_->downloadFolderChanged()) return;
   updateDownloadFolders(rules_->downloadFolders());
@@ -352,7 +372,7 @@ void WatchDownload::watchQueueReceivedNotification(FSWatchQueue& queue, const st
     safari = path == safariFolder_;
     download = PathList::contains(prevDownloadFolder_, path);
   }
-  if (preferences) preferencesChanged();
+  if (preferences) preferencesChanged(path);
   if (safari) {
     if (auto date = modificationSeconds(rules_->safariDLPlist())) setModifyDate(*date);
   }

@@ -112,7 +112,8 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   // Reads which files the settings are and watches their folders, then reads the settings again
   // when one of the files changed; true when one did.
   bool refreshPreferences();
-  void preferencesChanged();
+  // A write in the settings folder `folder`.
+  void preferencesChanged(const std::string& folder);
   static std::map<std::string, Identity> identitiesOf(const std::vector<std::string>& files);
   // Stops watching `path` unless another role still wants it. Called with mutex_ held.
   void unwatchLocked(const std::string& path);
@@ -133,6 +134,8 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   std::vector<std::string> preferencesFolders_;
   std::string safariFolder_;  // watched while not empty
   std::vector<std::string> settingsFiles_;
+  // Settings folders standing for a missing folder below them: a write there may have made it.
+  std::set<std::string> standIns_;
   std::map<std::string, Identity> settings_;  // of settingsFiles_
   bool watching_ = false;
   int* isStop_ = nullptr;
