@@ -87,9 +87,15 @@ void WatchDownload::setDelegate(std::shared_ptr<WatchDownloadDelegate> delegate)
 }
 
 void WatchDownload::deliver(const std::string& path) {
+  // A check that was waiting when the watch stopped tells nothing.
   auto tell = [weak = weak_from_this(), path] {
     auto self = weak.lock();
-    if (auto delegate = self ? self->delegate() : nullptr) delegate->downloadFileCompleted(path);
+    std::shared_ptr<WatchDownloadDelegate> delegate;
+    if (self) {
+      std::lock_guard lock(self->mutex_);
+      if (self->watching_) delegate = self->delegate_;
+    }
+    if (delegate) delegate->downloadFileCompleted(path);
   };
   if (RunLoop::isMainThread()) {
     tell();
@@ -134,7 +140,7 @@ void WatchDownload::stopWatch() {
 
 void WatchDownload::fillDownloadPath(const std::string& path) {
   std::lock_guard lock(mutex_);
-  PathList::add(currDownload_, path);
+  currDownload_.insert(path);
 }
 
 void WatchDownload::notifyDownloadCompleted(const std::string& path, uint32_t browserType) {
@@ -215,7 +221,7 @@ void WatchDownload::scan(const std::string& folder) {
   scanning = this;
   trv_sub_download(folder.c_str(), downloadcallback, stop);
   scanning = nullptr;
-  std::vector<std::string> found;
+  std::set<std::string> found;
   {
     std::lock_guard lock(mutex_);
     found.swap(currDownload_);
@@ -223,7 +229,7 @@ void WatchDownload::scan(const std::string& folder) {
   watchPartialFiles(found);
 }
 
-void WatchDownload::watchPartialFiles(const std::vector<std::string>& found) {
+void WatchDownload::watchPartialFiles(const std::set<std::string>& found) {
   size_t refused = 0;
   std::lock_guard lock(mutex_);
   if (!watching_ || !queue_) return;
@@ -232,16 +238,18 @@ void WatchDownload::watchPartialFiles(const std::vector<std::string>& found) {
     // One that cannot be watched now (the watch limit reached) is tried again at the next scan.
     if (queue_->addPathToQueue(path, kPartialFileMask)) {
       watchDownload_.insert(path);
-    } else {
-      ++refused;
+    } else if (PathName::entryExists(path)) {
+      ++refused;  // not one that went since the scan
     }
   }
-  if (refused > 0) {
+  // Told once each time the limit is reached, not at every scan while it holds.
+  if (refused > 0 && !limitLogged_) {
     SystemLog::log(
         "%zu partial downloads could not be watched (the limit is fs.inotify.max_user_watches); "
         "%zu are",
         refused, watchDownload_.size());
   }
+  limitLogged_ = refused > 0;
 }
 
 std::map<std::string, WatchDownload::Identity> WatchDownload::identitiesOf(

@@ -105,7 +105,7 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   void updateDownloadFolders(const std::vector<std::string>& folders);
   // Scans `folder` and watches the partial files found that are not watched yet.
   void scan(const std::string& folder);
-  void watchPartialFiles(const std::vector<std::string>& found);
+  void watchPartialFiles(const std::set<std::string>& found);
   // Watches `folders` (the settings folders) and Safari's folder as it is now, dropping those
   // no longer wanted.
   void watchPreferences(const std::vector<std::string>& folders);
@@ -130,7 +130,8 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   mutable std::mutex mutex_;  // guards the fields below
   std::vector<std::string> prevDownloadFolder_;
   std::set<std::string> watchDownload_;
-  std::vector<std::string> currDownload_;
+  std::set<std::string> currDownload_;
+  bool limitLogged_ = false;  // the watch limit was reached at the last scan
   std::vector<std::string> preferencesFolders_;
   std::string safariFolder_;  // watched while not empty
   std::vector<std::string> settingsFiles_;
