@@ -1,5 +1,6 @@
 #include "monitors/BrowserFolders.h"
 
+#include <set>
 #include <variant>
 
 #include "monitors/BrowserPreferences.h"
@@ -156,6 +157,26 @@ std::vector<std::string> BrowserFolders::settingsFiles() const {
     files.insert(files.end(), browser.choosers.begin(), browser.choosers.end());
   }
   return files;
+}
+
+std::vector<std::string> BrowserFolders::settingsFolders() const {
+  return settingsFolders(settingsFiles());
+}
+
+std::vector<std::string> BrowserFolders::settingsFolders(
+    const std::vector<std::string>& files) const {
+  std::set<std::string> folders;
+  for (const auto& file : files) {
+    std::string folder = PathName::parent(file);
+    // A location the environment does not give (an empty base) names no folder of its own.
+    if (folder.empty() || folder[0] != '/' || folder == "/") continue;
+    while (!PathName::isFolder(folder) && folder != at_.home &&
+           PathName::isWithin(folder, at_.home)) {
+      folder = PathName::parent(folder);
+    }
+    if (PathName::isFolder(folder)) folders.insert(folder);
+  }
+  return {folders.begin(), folders.end()};
 }
 
 }  // namespace vexa

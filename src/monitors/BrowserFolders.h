@@ -37,6 +37,12 @@ class BrowserFolders {
   // The files whose change can change the table (existing or not): settings files and the files
   // that choose a profile.
   std::vector<std::string> settingsFiles() const;
+  // The folders holding those files, sorted, each once. A missing one inside the home folder is
+  // replaced by its nearest existing ancestor there, whose changes tell of its making (a
+  // browser's first run); a missing one outside is left out.
+  std::vector<std::string> settingsFolders() const;
+  // The same for a list of settings files already read (file-system queries only).
+  std::vector<std::string> settingsFolders(const std::vector<std::string>& files) const;
 
  private:
   struct Browser {

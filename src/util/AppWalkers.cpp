@@ -21,17 +21,6 @@ constexpr int kDirectoryEntry = 4;
 constexpr int kApplication = 1;
 constexpr int kFolder = 0;
 
-bool stopRequested(int* stop) {
-  return stop && std::atomic_ref<int>(*stop).load(std::memory_order_relaxed) == 1;
-}
-
-bool ignoredName(const std::string& name) {
-  static constexpr std::string_view kFinderInfo = ".DS_Store";
-  return name.empty() || name[0] == '.' ||
-         (name.size() >= kFinderInfo.size() &&
-          name.compare(name.size() - kFinderInfo.size(), kFinderInfo.size(), kFinderInfo) == 0);
-}
-
 // The walk both walkers share: `joinRoot` is the text the entries' paths start with.
 void walkApplications(const char* path, const std::string& joinRoot, app_walk_callback callback,
                       int* stop) {
@@ -41,8 +30,8 @@ void walkApplications(const char* path, const std::string& joinRoot, app_walk_ca
     if (callback) callback(found.c_str(), kind);
   };
   const auto visit = [&](const FolderWalk::Entry& entry) {
-    if (stopRequested(stop)) return FolderWalk::Step::Stop;
-    if (ignoredName(entry.name)) return FolderWalk::Step::Next;
+    if (FolderWalk::stopRequested(stop)) return FolderWalk::Step::Stop;
+    if (FolderWalk::isIgnoredName(entry.name)) return FolderWalk::Step::Next;
     if (entry.type == DT_REG) {
       if (ApplicationFileTest::accepts(entry.path.c_str())) report(entry.path, kApplication);
       return FolderWalk::Step::Next;

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -105,6 +106,21 @@ bool FolderWalk::walk(const std::string& root, const std::string& joinRoot, cons
     stack.push_back(std::move(child));
   }
   return true;
+}
+
+}  // namespace vexa
+
+namespace vexa {
+
+bool FolderWalk::stopRequested(int* stop) {
+  return stop && std::atomic_ref<int>(*stop).load(std::memory_order_relaxed) == 1;
+}
+
+bool FolderWalk::isIgnoredName(const std::string& name) {
+  static constexpr std::string_view kFinderInfo = ".DS_Store";
+  return name.empty() || name[0] == '.' ||
+         (name.size() >= kFinderInfo.size() &&
+          name.compare(name.size() - kFinderInfo.size(), kFinderInfo.size(), kFinderInfo) == 0);
 }
 
 }  // namespace vexa

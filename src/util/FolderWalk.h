@@ -30,6 +30,11 @@ class FolderWalk {
   // cannot be opened or read, and the walk goes on with its next sibling.
   static bool walk(const std::string& root, const std::string& joinRoot, const Visit& visit,
                    const Failure& failed);
+
+  // The walkers' shared rules: a stop flag (may be null; set by any thread) reads 1, and a name
+  // every walk passes over (dot-names and names ending in ".DS_Store").
+  static bool stopRequested(int* stop);
+  static bool isIgnoredName(const std::string& name);
 };
 
 }  // namespace vexa

@@ -22,11 +22,7 @@ LogState& state() {
   return *s;
 }
 
-}  // namespace
-
-void SystemLog::log(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
+std::string formatted(const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
   const int needed = std::vsnprintf(nullptr, 0, format, copy);
@@ -37,8 +33,35 @@ void SystemLog::log(const char* format, ...) {
     std::vsnprintf(buffer.data(), buffer.size(), format, args);
     message.assign(buffer.data(), static_cast<size_t>(needed));
   }
+  return message;
+}
+
+}  // namespace
+
+void SystemLog::log(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  std::string message = formatted(format, args);
   va_end(args);
   write(message);
+}
+
+void SystemLog::debug(const char* format, ...) {
+  LogState& s = state();
+  {
+    std::lock_guard lock(s.mutex);
+    if (!s.sink && !syslogBackendWantsDebug()) return;
+  }
+  va_list args;
+  va_start(args, format);
+  std::string message = formatted(format, args);
+  va_end(args);
+  std::lock_guard lock(s.mutex);
+  if (s.sink) {
+    s.sink(message);
+    return;
+  }
+  syslogBackendDebug(message);
 }
 
 void SystemLog::write(const std::string& message) {

@@ -4,6 +4,8 @@
 //   vexa-watch apps    the applications folder: appAdded, movedToTrash (and, for a folder moved
 //                      into the Trash, the Trash watcher's trashAddedApp)
 //   vexa-watch trash   the Trash: trashAddedApp, trashUsedSizeChanged
+//   vexa-watch downloads
+//                      the browsers' download folders: downloadFileCompleted
 //
 // The first line, {"watch":"started",...}, says the watch is in place. What the watchers log
 // goes to standard error as well.
@@ -17,6 +19,7 @@
 
 #include "StopSignals.h"
 #include "vexa/monitors/WatchApplication.h"
+#include "vexa/monitors/WatchDownload.h"
 #include "vexa/monitors/WatchTrash.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/SystemLog.h"
@@ -24,11 +27,14 @@
 namespace {
 
 void print(const nlohmann::json& line) {
-  std::printf("%s\n", line.dump().c_str());
+  // A name that is not UTF-8 is printed with U+FFFD in place of its stray bytes.
+  std::printf("%s\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
   std::fflush(stdout);
 }
 
-class Printer : public vexa::ApplicationsWatchDelegate, public vexa::TrashWatchDelegate {
+class Printer : public vexa::ApplicationsWatchDelegate,
+                public vexa::TrashWatchDelegate,
+                public vexa::WatchDownloadDelegate {
  public:
   void appAdded(const std::string& path) override {
     print({{"watch", "appAdded"}, {"path", path}});
@@ -42,10 +48,13 @@ class Printer : public vexa::ApplicationsWatchDelegate, public vexa::TrashWatchD
   void trashUsedSizeChanged(uint64_t size) override {
     print({{"watch", "trashUsedSizeChanged"}, {"size", size}});
   }
+  void downloadFileCompleted(const std::string& path) override {
+    print({{"watch", "downloadFileCompleted"}, {"path", path}});
+  }
 };
 
 int usage() {
-  std::fprintf(stderr, "usage: vexa-watch apps|trash\n");
+  std::fprintf(stderr, "usage: vexa-watch apps|trash|downloads\n");
   return 2;
 }
 
@@ -54,7 +63,7 @@ int usage() {
 int main(int argc, char** argv) {
   if (argc != 2) return usage();
   const std::string what = argv[1];
-  if (what != "apps" && what != "trash") return usage();
+  if (what != "apps" && what != "trash" && what != "downloads") return usage();
 
   const vexa::tools::StopSignals stopSignals;
 
@@ -68,6 +77,10 @@ int main(int argc, char** argv) {
     vexa::WatchApplication& apps = vexa::WatchApplication::shared();
     apps.setDelegate(printer);
     apps.startWatch(&stop);
+  } else if (what == "downloads") {
+    vexa::WatchDownload& downloads = vexa::WatchDownload::shared();
+    downloads.setDelegate(printer);
+    downloads.startWatch(&stop);
   } else {
     trash.startWatch(&stop);
   }
@@ -79,6 +92,8 @@ int main(int argc, char** argv) {
   loop.run();
   if (what == "apps") {
     vexa::WatchApplication::shared().stopWatch();
+  } else if (what == "downloads") {
+    vexa::WatchDownload::shared().stopWatch();
   } else {
     trash.stopWatch();
   }

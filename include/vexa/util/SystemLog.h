@@ -17,6 +17,9 @@ class VEXA_EXPORT SystemLog {
 
   static void log(const char* format, ...) __attribute__((format(printf, 1, 2)));
   static void write(const std::string& message);
+  // A message for debugging: syslog's debug level, never mirrored to standard error; nothing is
+  // formatted when the process's log mask leaves that level out and no sink is set.
+  static void debug(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
   // Replaces the sink; an empty sink restores syslog.
   static void setSink(Sink sink);

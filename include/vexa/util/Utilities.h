@@ -25,6 +25,8 @@ struct string_list {
 typedef void (*shell_line_callback)(const char* line);
 /* Hears of each item an application walk finds: kind 1 an application, 0 a plain folder. */
 typedef void (*app_walk_callback)(const char* path, int kind);
+/* Hears of each partial download a download-folder scan finds. */
+typedef void (*download_walk_callback)(const char* path);
 
 /* File tests: 1 true, 0 false. The existence tests require execute access (X_OK). */
 VEXA_EXPORT int is_folder_exist(const char* path);
@@ -100,6 +102,18 @@ VEXA_EXPORT void applicationcallback(const char* path, int kind);
 VEXA_EXPORT void appcallback(const char* path, int kind);
 /* Tells of an application that came into the Trash inside a moved folder. */
 VEXA_EXPORT void folder_app_callback(const char* path, int kind);
+
+/* Scans the folder `path` (not its subfolders; a link there is followed), in directory order,
+ * for partial downloads: regular files named "*.download", "*.crdownload", "*.part" or
+ * "*.opdownload", and folders named "*.download". Each is handed to `callback` as
+ * "PATH/NAME". Dot-names, names ending in ".DS_Store", links and special files are passed
+ * over, and nothing is opened but the folder. The scan ends once *stop reads 1 (stop may be
+ * NULL; another thread may set it). Each name seen, and a folder that cannot be opened, go to
+ * the system log at the debug level. */
+VEXA_EXPORT void trv_sub_download(const char* path, download_walk_callback callback, int* stop);
+/* The download-folder watcher's scan call-back: records the partial download for the watcher
+ * whose scan calls it, for the shared one when a host scans with it itself. */
+VEXA_EXPORT void downloadcallback(const char* path);
 
 #ifdef __cplusplus
 }

@@ -13,4 +13,13 @@ void syslogBackendWrite(const std::string& message, bool mirror) {
   if (mirror) std::fprintf(stderr, "%s\n", message.c_str());
 }
 
+void syslogBackendDebug(const std::string& message) {
+  syslog(LOG_USER | LOG_DEBUG, "%s", message.c_str());
+}
+
+bool syslogBackendWantsDebug() {
+  // A mask of 0 reads the current mask without changing it.
+  return (setlogmask(0) & LOG_MASK(LOG_DEBUG)) != 0;
+}
+
 }  // namespace vexa
