@@ -1,10 +1,10 @@
-#include "monitors/IconTheme.h"
+#include "util/IconTheme.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
-#include "monitors/DesktopEntryFolders.h"
+#include "util/DesktopEntryFolders.h"
 #include "util/PathName.h"
 #include "util/XdgDirs.h"
 
