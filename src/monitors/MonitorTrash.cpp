@@ -2,7 +2,7 @@
 
 #include "monitors/CoalescingTask.h"
 #include "monitors/HostAnnouncer.h"
-#include "monitors/MountWatch.h"
+#include "util/MountWatch.h"
 #include "monitors/PathList.h"
 #include "monitors/TrashFolder.h"
 #include "monitors/VolumeTrashes.h"

@@ -9,7 +9,7 @@
 #include "monitors/AppBundle.h"
 #include "monitors/AppWalkHook.h"
 #include "monitors/CoalescingTask.h"
-#include "monitors/MountWatch.h"
+#include "util/MountWatch.h"
 #include "monitors/PathList.h"
 #include "monitors/TrashFolder.h"
 #include "monitors/VolumeTrashes.h"

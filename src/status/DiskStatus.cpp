@@ -106,7 +106,9 @@ nlohmann::json DiskStatus::sample() const {
       label = DiskVolumes::udevLabel(*record);
     }
     volume["disk_name"] = DiskVolumes::displayName(entry.mountPoint, label);
-    if (const auto icon = IconTheme::lookup(DiskVolumes::iconName(entry.fsType))) {
+    // Drive icons live in the desktop's theme, not in the applications' fallback theme.
+    if (const auto icon = IconTheme::lookupIn(DiskVolumes::iconName(entry.fsType),
+                                              {"Adwaita", "hicolor"}, "devices", 48)) {
       volume["disk_icom"] = *icon;
     }
     DiskVolumes::addSizes(volume, *space);

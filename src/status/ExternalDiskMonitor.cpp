@@ -1,14 +1,13 @@
 #include "vexa/status/ExternalDiskMonitor.h"
 
 #include <set>
-#include <thread>
 #include <vector>
 
 #include "status/BlockDeviceEvents.h"
 #include "status/DiskVolumes.h"
 #include "status/MachineFiles.h"
-#include "status/MountTableWatch.h"
 #include "util/MountTable.h"
+#include "util/MountWatch.h"
 #include "util/PathName.h"
 #include "vexa/util/DispatchQueue.h"
 
@@ -17,33 +16,31 @@ namespace vexa {
 namespace {
 
 constexpr const char* kMountTable = "/proc/self/mountinfo";
-// The longest a worker sleeps between looks at the table, so that a device forgotten
-// meanwhile frees it soon.
+// The longest a worker waits between looks at the table: nothing signals changes while
+// startMonitor is not running.
 constexpr std::chrono::milliseconds kLongestWait(1000);
 
 }  // namespace
 
 ExternalDiskMonitor& ExternalDiskMonitor::shared() {
-  static ExternalDiskMonitor instance(BlockDeviceEvents::system(), MachineFiles::underRoot("/"),
-                                      [] { return MountTableWatch::open("/"); });
+  static ExternalDiskMonitor instance(BlockDeviceEvents::system(), MachineFiles::underRoot("/"));
   return instance;
 }
 
 ExternalDiskMonitor::ExternalDiskMonitor(std::unique_ptr<BlockDeviceEvents> events,
-                                         std::shared_ptr<MachineFiles> files, WatchFactory watch,
+                                         std::shared_ptr<MachineFiles> files,
                                          std::chrono::milliseconds giveUp)
     : events_(std::move(events)),
       files_(std::move(files)),
-      watch_(std::move(watch)),
       giveUp_(giveUp),
       queue_(
           std::make_unique<DispatchQueue>("com.dispatch.mount", DispatchQueue::Kind::Concurrent)) {}
 
 ExternalDiskMonitor::~ExternalDiskMonitor() {
   endMonitor();
-  // Workers still waiting find no device at their next look, within kLongestWait.
+  // Workers still waiting find their device gone and end.
+  stopMonitor();
   std::unique_lock guard(lock_);
-  mounts_.clear();
   lookingDone_.wait(guard, [this] { return looking_ == 0; });
 }
 
@@ -60,26 +57,24 @@ void ExternalDiskMonitor::setDelegate(std::shared_ptr<ExternalDiskDelegate> dele
 void ExternalDiskMonitor::startMonitor() {
   if (running_.exchange(true)) return;
   status_ = 1;
-  // Unmounts announce nothing but a change of the mount table: watched beside the devices.
-  std::thread unmounts([this] {
-    const auto watch = watch_();
-    // Changes from before the watch was made are not signalled: looked at once first.
-    checkUnmounts();
-    while (running_) {
-      if (watch->waitForChange(kLongestWait)) checkUnmounts();
-    }
-  });
+  // Unmounts announce nothing but a change of the mount table: watched beside the devices. A
+  // change from before the watch started is not signalled, so the table is looked at once.
+  auto watch = MountWatch::start(files_->root() + kMountTable, [this] { mountTableChanged(); });
+  checkUnmounts();
   events_->run([this](const BlockDeviceEvent& event) { handle(event); });
+  watch.reset();
   running_ = false;
-  unmounts.join();
   status_ = 0;
 }
 
 void ExternalDiskMonitor::endMonitor() { events_->stop(); }
 
 void ExternalDiskMonitor::stopMonitor() {
-  std::lock_guard guard(lock_);
-  mounts_.clear();
+  {
+    std::lock_guard guard(lock_);
+    mounts_.clear();
+  }
+  tableChanged_.notify_all();
 }
 
 void ExternalDiskMonitor::handle(const BlockDeviceEvent& event) {
@@ -136,21 +131,26 @@ void ExternalDiskMonitor::getMonutPath(const std::string& name) {
     if (found == mounts_.end()) return;
     device = found->second.device;
   }
-  // Made before the first look, so that a mount between the look and the wait still wakes it.
-  const auto watch = watch_();
   const auto deadline = std::chrono::steady_clock::now() + giveUp_;
   while (hasMountPoint(name)) {
+    // Taken before the look, so that a change between the look and the wait still wakes it.
+    uint64_t seen = 0;
+    {
+      std::lock_guard guard(lock_);
+      seen = tableGeneration_;
+    }
     if (const auto path = mountPathOf(name, device)) {
       findMountPath(name, *path);
       return;
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    if (left <= std::chrono::milliseconds(0)) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= deadline) {
       removeFromMount(name);
       return;
     }
-    watch->waitForChange(std::min(left, kLongestWait));
+    std::unique_lock guard(lock_);
+    tableChanged_.wait_until(guard, std::min(deadline, now + kLongestWait),
+                             [&] { return tableGeneration_ != seen || !mounts_.contains(name); });
   }
 }
 
@@ -179,7 +179,17 @@ void ExternalDiskMonitor::removeFromMount(const std::string& name) {
     mounts_.erase(found);
     to = delegate_;
   }
+  tableChanged_.notify_all();
   if (to && !path.empty()) to->unmountedPath(path);
+}
+
+void ExternalDiskMonitor::mountTableChanged() {
+  {
+    std::lock_guard guard(lock_);
+    ++tableGeneration_;
+  }
+  tableChanged_.notify_all();
+  checkUnmounts();
 }
 
 void ExternalDiskMonitor::checkUnmounts() {

@@ -6,6 +6,7 @@
 
 #include "status/DiskVolumes.h"
 #include "status/MachineFiles.h"
+#include "support/TempDir.h"
 #include "util/MountTable.h"
 
 namespace vexa {
@@ -221,6 +222,23 @@ TEST(DiskStatusFixtureTest, SamplesTheLaptopsVolumes) {
     EXPECT_EQ(disk["disk_totalsize"].get<uint64_t>(),
               disk["disk_usedsize"].get<uint64_t>() + disk["disk_freesize"].get<uint64_t>());
   }
+}
+
+TEST(DiskStatusFixtureTest, DriveIconsComeFromTheDesktopTheme) {
+  test::TempDir icons;
+  const std::string disk =
+      icons.write("share/icons/Adwaita/512x512/devices/drive-harddisk.png", "png");
+  const std::string stick =
+      icons.write("share/icons/hicolor/scalable/devices/drive-removable-media.svg", "svg");
+  icons.write("share/icons/hicolor/48x48/apps/drive-harddisk.png", "an application's icon");
+  test::ScopedEnv dataDirs("XDG_DATA_DIRS", icons / "share");
+  test::ScopedEnv dataHome("XDG_DATA_HOME", icons / "none");
+  test::ScopedEnv home("HOME", icons / "none");
+  const auto disks =
+      DiskStatus::create(std::string(VEXA_TEST_DATA_DIR) + "/machines/intel-laptop")->sample();
+  ASSERT_EQ(disks.size(), 2u);
+  EXPECT_EQ(disks[0].value("disk_icom", ""), disk);
+  EXPECT_EQ(disks[1].value("disk_icom", ""), stick);
 }
 
 TEST(DiskStatusFixtureTest, MachineWithoutMountTableReportsEmptyArray) {

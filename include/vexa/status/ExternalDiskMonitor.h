@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -19,7 +18,6 @@ namespace vexa {
 class BlockDeviceEvents;
 class DispatchQueue;
 class MachineFiles;
-class MountTableWatch;
 struct BlockDeviceEvent;
 
 // Follows disks that appear and go. For each new device holding a file system it waits (on a
@@ -32,13 +30,11 @@ struct BlockDeviceEvent;
 // mount table while its device stays: on Linux a plain unmount announces nothing else.
 class VEXA_EXPORT ExternalDiskMonitor {
  public:
-  using WatchFactory = std::function<std::unique_ptr<MountTableWatch>()>;
-
   static ExternalDiskMonitor& shared();
-  // A monitor of `events`, reading the mount table under `files` and waiting on the watches
-  // `watch` makes, giving a mount up after `giveUp`.
+  // A monitor of `events`, reading the mount table (/proc/self/mountinfo) under `files` and
+  // giving a mount up after `giveUp`.
   ExternalDiskMonitor(std::unique_ptr<BlockDeviceEvents> events,
-                      std::shared_ptr<MachineFiles> files, WatchFactory watch,
+                      std::shared_ptr<MachineFiles> files,
                       std::chrono::milliseconds giveUp = std::chrono::milliseconds(31000));
   ~ExternalDiskMonitor();
   ExternalDiskMonitor(const ExternalDiskMonitor&) = delete;
@@ -58,8 +54,9 @@ class VEXA_EXPORT ExternalDiskMonitor {
   bool hasMountPoint(const std::string& name) const;
   // Waits for `name` to show in the mount table; the work each new device is queued with.
   void getMonutPath(const std::string& name);
-  // Reports the followed volumes no longer in the mount table.
-  void checkUnmounts();
+  // The mount table changed: wakes the workers waiting for a mount path and reports the
+  // followed volumes no longer in it. While startMonitor runs, a watch of the table calls it.
+  void mountTableChanged();
 
   std::shared_ptr<ExternalDiskDelegate> delegate() const;
   void setDelegate(std::shared_ptr<ExternalDiskDelegate> delegate);
@@ -74,9 +71,10 @@ class VEXA_EXPORT ExternalDiskMonitor {
   void handle(const BlockDeviceEvent& event);
   std::optional<std::string> mountPathOf(const std::string& name, const std::string& device) const;
 
+  void checkUnmounts();
+
   std::unique_ptr<BlockDeviceEvents> events_;
   std::shared_ptr<MachineFiles> files_;
-  WatchFactory watch_;
   std::chrono::milliseconds giveUp_;
   std::unique_ptr<DispatchQueue> queue_;
   mutable std::mutex lock_;
@@ -84,6 +82,9 @@ class VEXA_EXPORT ExternalDiskMonitor {
   // Workers of the queue still looking for a mount path; the destructor waits for them.
   int looking_ = 0;
   std::condition_variable lookingDone_;
+  // Counts the mount table's changes; workers wait for it to move.
+  uint64_t tableGeneration_ = 0;
+  std::condition_variable tableChanged_;
   std::shared_ptr<ExternalDiskDelegate> delegate_;
   std::atomic<int32_t> status_{0};
   std::atomic<bool> running_{false};
