@@ -55,14 +55,17 @@ std::string NetManage::folderOf(const std::string& name) const {
   return std::string(kNetFolder) + "/" + name;
 }
 
-// "device" and "phy80211" are links to the device's folder; listing follows them.
+// "device" and "phy80211" are links to the device's folder (a copied tree may hold the folder
+// itself): reading the link is cheap, listing the folder is the fallback.
 bool NetManage::isHardware(const std::string& name) const {
-  return !files_->list(folderOf(name) + "/device").empty();
+  const std::string device = folderOf(name) + "/device";
+  return files_->readLink(device) || !files_->list(device).empty();
 }
 
 bool NetManage::isWireless(const std::string& name) const {
-  return !files_->list(folderOf(name) + "/wireless").empty() ||
-         !files_->list(folderOf(name) + "/phy80211").empty();
+  const std::string phy = folderOf(name) + "/phy80211";
+  return files_->readLink(phy) || !files_->list(phy).empty() ||
+         !files_->list(folderOf(name) + "/wireless").empty();
 }
 
 bool NetManage::isLoopback(const std::string& name) const {
@@ -141,7 +144,9 @@ bool NetManage::isUpWithinterfaceName(const std::string& name) {
   return !operstate || *operstate != "down";
 }
 
-nlohmann::json NetManage::serviceRecord(const std::string& name, const std::string& primary) {
+nlohmann::json NetManage::serviceRecord(const std::string& name, const std::string& primary,
+                                        const std::vector<InterfaceAddress>& addresses,
+                                        const std::vector<DefaultRoute>& routes) {
   const std::string folder = folderOf(name);
   const bool hardware = isHardware(name);
   const bool wireless = hardware && isWireless(name);
@@ -175,7 +180,7 @@ nlohmann::json NetManage::serviceRecord(const std::string& name, const std::stri
   nlohmann::json v4 = nlohmann::json::array();
   nlohmann::json masks = nlohmann::json::array();
   nlohmann::json v6 = nlohmann::json::array();
-  for (const auto& address : addresses_->list()) {
+  for (const auto& address : addresses) {
     if (address.interface != name) continue;
     if (address.ipv6) {
       v6.push_back(address.address);
@@ -188,12 +193,10 @@ nlohmann::json NetManage::serviceRecord(const std::string& name, const std::stri
     record["ipv4_addresses"] = v4;
     record["ipv4_subnetmasks"] = masks;
   }
-  if (const auto table = files_->read("/proc/net/route")) {
-    for (const auto& route : parseDefaultRoutes(*table)) {
-      if (route.interface == name && !route.gateway.empty()) {
-        record["ipv4_router"] = route.gateway;
-        break;
-      }
+  for (const auto& route : routes) {
+    if (route.interface == name && !route.gateway.empty()) {
+      record["ipv4_router"] = route.gateway;
+      break;
     }
   }
   if (name == primary) {
@@ -220,7 +223,9 @@ nlohmann::json NetManage::queryInterfaceLists() {
   }
   std::vector<std::string> names;
   std::vector<std::string> addressed;
-  for (const auto& address : addresses_->list()) {
+  const auto addresses = addresses_->list();
+  const auto routes = parseDefaultRoutes(files_->read("/proc/net/route").value_or(""));
+  for (const auto& address : addresses) {
     if (address.global) addressed.push_back(address.interface);
   }
   for (const auto& name : files_->list(kNetFolder)) {
@@ -235,7 +240,7 @@ nlohmann::json NetManage::queryInterfaceLists() {
     std::rotate(names.begin(), found, found + 1);
   }
   nlohmann::json list = nlohmann::json::array();
-  for (const auto& name : names) list.push_back(serviceRecord(name, primary));
+  for (const auto& name : names) list.push_back(serviceRecord(name, primary, addresses, routes));
   interfaceDetails_ = list;
   return list;
 }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +14,8 @@
 namespace vexa {
 
 class InterfaceAddresses;
+struct DefaultRoute;
+struct InterfaceAddress;
 class MachineFiles;
 class NetPPP;
 class TrafficBook;
@@ -63,7 +66,9 @@ class VEXA_EXPORT NetManage {
   void clearHistory();
 
  private:
-  nlohmann::json serviceRecord(const std::string& name, const std::string& primary);
+  nlohmann::json serviceRecord(const std::string& name, const std::string& primary,
+                               const std::vector<InterfaceAddress>& addresses,
+                               const std::vector<DefaultRoute>& routes);
   std::string folderOf(const std::string& name) const;
   bool isHardware(const std::string& name) const;
   bool isWireless(const std::string& name) const;
