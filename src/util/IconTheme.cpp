@@ -66,7 +66,9 @@ std::optional<std::string> IconTheme::lookupIn(const std::string& name,
   for (const auto& themeName : themeNames) {
     std::vector<std::string> themes;
     for (const auto& folder : folders) {
-      if (PathName::isFolder(folder + "/" + themeName)) themes.push_back(folder + "/" + themeName);
+      std::string theme = folder;
+      theme.append("/").append(themeName);
+      if (PathName::isFolder(theme)) themes.push_back(std::move(theme));
     }
     for (const auto& sizeFolder : sizeOrder(size)) {
       for (const auto& theme : themes) {

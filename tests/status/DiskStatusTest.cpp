@@ -78,6 +78,19 @@ INSTANTIATE_TEST_SUITE_P(
                           "TestVmWithoutDisks", "21 26 0:20 / /proc rw - proc proc rw\n", {}}),
     [](const auto& param) { return std::string(param.param.name); });
 
+TEST(DiskVolumesListTest, TenThousandMountsAndEscapedBackslashes) {
+  std::string table = "1 0 8:1 / / rw - ext4 /dev/sda1 rw\n";
+  for (int i = 0; i < 10000; ++i) {
+    table += std::to_string(i + 2) + " 1 8:1 /srv /mnt/bind" + std::to_string(i) +
+             " rw - ext4 /dev/sda1 rw\n";
+  }
+  table += "20000 1 8:2 / /media/a\\134b rw - exfat /dev/sdb1 rw\n";
+  const auto listed = DiskVolumes::listed(MountTable::parse(table));
+  ASSERT_EQ(listed.size(), 2u);
+  EXPECT_EQ(listed[1].mountPoint, "/media/a\\b");
+  EXPECT_EQ(DiskVolumes::displayName(listed[1].mountPoint, std::nullopt), "a\\b");
+}
+
 struct NameCase {
   const char* mountPoint;
   std::optional<std::string> label;
