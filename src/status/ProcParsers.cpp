@@ -77,25 +77,22 @@ bool wanted(KeySet only, std::string_view key) {
   return false;
 }
 
+// A whole decimal number of type T filling the trimmed text.
+template <typename T>
+std::optional<T> parseWhole(std::string_view text) {
+  text = trim(text);
+  if (text.empty()) return std::nullopt;
+  T value = 0;
+  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
 }  // namespace
 
-std::optional<uint64_t> parseUnsigned(std::string_view text) {
-  text = trim(text);
-  if (text.empty()) return std::nullopt;
-  uint64_t value = 0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
+std::optional<uint64_t> parseUnsigned(std::string_view text) { return parseWhole<uint64_t>(text); }
 
-std::optional<int64_t> parseSigned(std::string_view text) {
-  text = trim(text);
-  if (text.empty()) return std::nullopt;
-  int64_t value = 0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return value;
-}
+std::optional<int64_t> parseSigned(std::string_view text) { return parseWhole<int64_t>(text); }
 
 KernelTable parseMeminfo(std::string_view text, KeySet only) {
   KernelTable table;
