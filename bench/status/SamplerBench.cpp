@@ -9,12 +9,21 @@
 #include <vector>
 
 #include "vexa/status/CPUStatus.h"
+#include "vexa/status/DiskStatus.h"
 #include "vexa/status/MemoryStatus.h"
+#include "vexa/status/NetworkStatus.h"
 
 namespace {
 
-class Sink : public vexa::MemoryDelegate, public vexa::CPUDelegate {
+class Sink : public vexa::MemoryDelegate,
+             public vexa::CPUDelegate,
+             public vexa::DiskDelegate,
+             public vexa::NetworkDelegate {
  public:
+  void diskDetails(const nlohmann::json& disks) override { benchmark::DoNotOptimize(disks.size()); }
+  void networkStatus(const nlohmann::json& services) override {
+    benchmark::DoNotOptimize(services.size());
+  }
   void updateMemoryStatus(const nlohmann::json& memory, const nlohmann::json& vm,
                           const std::optional<nlohmann::json>& swap) override {
     benchmark::DoNotOptimize(memory.size() + vm.size() + (swap ? 1 : 0));
@@ -60,8 +69,27 @@ void CpuSample_floor(benchmark::State& state) {
   preadFloor(state, {"/proc/stat", "/proc/loadavg"});
 }
 
+void DiskSample_library(benchmark::State& state) {
+  auto disk = vexa::DiskStatus::create("/");
+  disk->setFreshInterval(0);
+  disk->setDelegate(std::make_shared<Sink>());
+  for (auto _ : state) disk->updateInfo();
+}
+
+void NetworkSample_library(benchmark::State& state) {
+  auto network = vexa::NetworkStatus::create("/");
+  network->setFreshInterval(0);
+  network->setDelegate(std::make_shared<Sink>());
+  for (auto _ : state) network->updateInfo();
+}
+
+void NetworkSample_floor(benchmark::State& state) { preadFloor(state, {"/proc/net/dev"}); }
+
 }  // namespace
 
+BENCHMARK(DiskSample_library)->Name("DiskSample/library");
+BENCHMARK(NetworkSample_library)->Name("NetworkSample/library");
+BENCHMARK(NetworkSample_floor)->Name("NetworkSample/floor");
 BENCHMARK(MemorySample_library)->Name("MemorySample/library");
 BENCHMARK(MemorySample_floor)->Name("MemorySample/floor");
 BENCHMARK(CpuSample_library)->Name("CpuSample/library");

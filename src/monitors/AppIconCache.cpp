@@ -7,8 +7,8 @@
 #include <mutex>
 
 #include "monitors/AppBundle.h"
-#include "monitors/IconTheme.h"
 #include "util/AtomicFile.h"
+#include "util/IconTheme.h"
 #include "util/PathName.h"
 #include "vexa/privileged/BrindleUtility.h"
 #include "vexa/util/Image.h"

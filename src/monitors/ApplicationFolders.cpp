@@ -7,7 +7,7 @@
 #include "monitors/AppBundle.h"
 #include "monitors/AppImageBundle.h"
 #include "monitors/DesktopAppBundle.h"
-#include "monitors/DesktopEntryFolders.h"
+#include "util/DesktopEntryFolders.h"
 #include "util/PathName.h"
 #include "util/XdgDirs.h"
 #include "vexa/util/MonitorString.h"

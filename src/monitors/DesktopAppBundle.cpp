@@ -1,8 +1,8 @@
 #include "monitors/DesktopAppBundle.h"
 
-#include "monitors/DesktopEntryFolders.h"
-#include "monitors/IconTheme.h"
 #include "util/AtomicFile.h"
+#include "util/DesktopEntryFolders.h"
+#include "util/IconTheme.h"
 #include "util/PathName.h"
 #include "util/ProgramPath.h"
 

@@ -2,10 +2,10 @@
 
 #include "monitors/CoalescingTask.h"
 #include "monitors/HostAnnouncer.h"
-#include "monitors/MountWatch.h"
 #include "monitors/PathList.h"
 #include "monitors/TrashFolder.h"
 #include "monitors/VolumeTrashes.h"
+#include "util/MountWatch.h"
 #include "util/PathName.h"
 #include "vexa/events/MonitorDispatch.h"
 #include "vexa/messaging/Message.h"

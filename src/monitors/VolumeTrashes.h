@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "monitors/MountTable.h"
+#include "util/MountTable.h"
 
 namespace vexa {
 

@@ -8,6 +8,15 @@
 
 namespace vexa {
 
+// The space of the file system holding a path, in blocks of blockSize bytes.
+struct VolumeSpace {
+  uint64_t blockSize = 0;
+  uint64_t blocks = 0;
+  uint64_t available = 0;  // blocks an unprivileged user may still fill
+  uint64_t free = 0;       // blocks free, the reserved ones included
+  uint64_t nodes = 0;      // file nodes (inodes) in all
+};
+
 // The samplers' view of the machine: the /proc, /sys and /etc files they read, resolved under a
 // root folder ("/" for the running machine, a fixture tree in tests and under --sysroot).
 // Paths are absolute as on the machine ("/proc/meminfo").
@@ -26,6 +35,10 @@ class MachineFiles {
   // Writes `text` to an existing file (a kernel control file); false when it is missing, not
   // writable or refuses the value.
   virtual bool write(const std::string& path, const std::string& text) const = 0;
+
+  // The space of the file system mounted at (or holding) `path`; nothing when it cannot be
+  // reached. May block on a hung network file system: callers skip those.
+  virtual std::optional<VolumeSpace> volumeSpace(const std::string& path) const = 0;
 
   // The running process's figures that no file holds.
   virtual uint64_t pageSize() const = 0;

@@ -1,5 +1,6 @@
 #include "status/ProcParsers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <set>
@@ -76,16 +77,22 @@ bool wanted(KeySet only, std::string_view key) {
   return false;
 }
 
-}  // namespace
-
-std::optional<uint64_t> parseUnsigned(std::string_view text) {
+// A whole decimal number of type T filling the trimmed text.
+template <typename T>
+std::optional<T> parseWhole(std::string_view text) {
   text = trim(text);
   if (text.empty()) return std::nullopt;
-  uint64_t value = 0;
+  T value = 0;
   const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (ec != std::errc() || end != text.data() + text.size()) return std::nullopt;
   return value;
 }
+
+}  // namespace
+
+std::optional<uint64_t> parseUnsigned(std::string_view text) { return parseWhole<uint64_t>(text); }
+
+std::optional<int64_t> parseSigned(std::string_view text) { return parseWhole<int64_t>(text); }
 
 KernelTable parseMeminfo(std::string_view text, KeySet only) {
   KernelTable table;
@@ -309,6 +316,66 @@ std::optional<std::string> trimmedValue(const std::optional<std::string>& text) 
   while (!value.empty() && isSpace(value.front())) value.remove_prefix(1);
   if (value.empty()) return std::nullopt;
   return std::string(value);
+}
+
+std::vector<NetDevCounters> parseNetDev(std::string_view text) {
+  std::vector<NetDevCounters> counters;
+  forEachLine(text, [&](std::string_view line) {
+    // The name may run straight into the first counter ("eth0:123"), so split at the colon.
+    const size_t colon = line.find(':');
+    if (colon == std::string_view::npos) return;
+    const std::string_view name = trim(line.substr(0, colon));
+    if (name.empty()) return;
+    const auto parts = fields(line.substr(colon + 1));
+    if (parts.size() < 16) return;
+    const auto received = parseUnsigned(parts[0]);
+    const auto sent = parseUnsigned(parts[8]);
+    if (!received || !sent) return;
+    counters.push_back(NetDevCounters{std::string(name), *received, *sent});
+  });
+  return counters;
+}
+
+namespace {
+
+// A hexadecimal IPv4 address of /proc/net/route (network byte order read as a host-order
+// little-endian number) in dotted form.
+std::optional<std::string> routeAddress(std::string_view hex) {
+  if (hex.size() != 8) return std::nullopt;
+  uint32_t value = 0;
+  const auto [end, ec] = std::from_chars(hex.data(), hex.data() + hex.size(), value, 16);
+  if (ec != std::errc() || end != hex.data() + hex.size()) return std::nullopt;
+  return std::to_string(value & 0xffU) + "." + std::to_string((value >> 8U) & 0xffU) + "." +
+         std::to_string((value >> 16U) & 0xffU) + "." + std::to_string(value >> 24U);
+}
+
+}  // namespace
+
+std::vector<DefaultRoute> parseDefaultRoutes(std::string_view text) {
+  std::vector<DefaultRoute> routes;
+  forEachLine(text, [&](std::string_view line) {
+    // Iface Destination Gateway Flags RefCnt Use Metric Mask ...
+    const auto parts = fields(line);
+    if (parts.size() < 8 || parts[1] != "00000000" || parts[7] != "00000000") return;
+    const auto gateway = routeAddress(parts[2]);
+    const auto metric = parseUnsigned(parts[6]);
+    if (!gateway || !metric || *metric > UINT32_MAX) return;
+    routes.push_back(DefaultRoute{std::string(parts[0]),
+                                  *gateway == "0.0.0.0" ? std::string() : *gateway,
+                                  static_cast<uint32_t>(*metric)});
+  });
+  std::stable_sort(routes.begin(), routes.end(),
+                   [](const auto& a, const auto& b) { return a.metric < b.metric; });
+  return routes;
+}
+
+std::vector<std::string> parseResolvConf(std::string_view text) {
+  std::vector<std::string> servers;
+  forEachLine(text, [&](std::string_view line) {
+    const auto parts = fields(line);
+    if (parts.size() >= 2 && parts[0] == "nameserver") servers.emplace_back(parts[1]);
+  });
+  return servers;
 }
 
 }  // namespace vexa

@@ -20,6 +20,9 @@ using KernelTable = std::map<std::string, uint64_t, std::less<>>;
 // empty, holds anything else or does not fit 64 bits.
 std::optional<uint64_t> parseUnsigned(std::string_view text);
 
+// The same with an optional leading minus sign, within signed 64 bits.
+std::optional<int64_t> parseSigned(std::string_view text);
+
 // Keys a caller wants; empty means all of them.
 using KeySet = std::span<const std::string_view>;
 
@@ -89,6 +92,28 @@ struct PasswdEntry {
   std::string fullName;
 };
 std::optional<PasswdEntry> findPasswdEntry(std::string_view text, uint32_t uid);
+
+// One interface of /proc/net/dev: its name and its 64-bit received and sent byte counters.
+struct NetDevCounters {
+  std::string name;
+  uint64_t receivedBytes = 0;
+  uint64_t sentBytes = 0;
+};
+// /proc/net/dev: the two header lines, then "name: rx_bytes rx_packets ... tx_bytes ..." with
+// sixteen counters. A line without its colon or its counters is left out.
+std::vector<NetDevCounters> parseNetDev(std::string_view text);
+
+// One route of /proc/net/route that leads everywhere (destination and mask 0): its interface
+// and gateway ("192.168.1.1"; empty for a direct route), in table order, lowest metric first.
+struct DefaultRoute {
+  std::string interface;
+  std::string gateway;
+  uint32_t metric = 0;
+};
+std::vector<DefaultRoute> parseDefaultRoutes(std::string_view text);
+
+// The "nameserver" addresses of a resolv.conf, in order.
+std::vector<std::string> parseResolvConf(std::string_view text);
 
 // A value file of sysfs without its trailing new line (and NUL, for device-tree strings);
 // nothing when that leaves it empty.

@@ -123,7 +123,7 @@ class VolumeTrashesTest : public ::testing::Test {
     return top;
   }
   static MountEntry mount(const std::string& point, const std::string& type = "ext4") {
-    return MountEntry{"/", point, type, "/dev/sdz1"};
+    return MountEntry{"/", point, type, "/dev/sdz1", "8:1", "rw"};
   }
   test::TempDir dir;
 };

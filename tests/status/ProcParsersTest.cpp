@@ -215,5 +215,28 @@ TEST(TrimmedValueTest, DropsNewLinesAndDeviceTreeNul) {
   EXPECT_FALSE(trimmedValue(std::nullopt));
 }
 
+struct WholeCase {
+  const char* text;
+  std::optional<uint64_t> unsignedValue;
+  std::optional<int64_t> signedValue;
+};
+
+class WholeNumberTest : public ::testing::TestWithParam<WholeCase> {};
+
+// Sysfs values end in a new line; currents may be negative; anything else is no number.
+TEST_P(WholeNumberTest, WholeTextOrNothing) {
+  EXPECT_EQ(parseUnsigned(GetParam().text), GetParam().unsignedValue);
+  EXPECT_EQ(parseSigned(GetParam().text), GetParam().signedValue);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, WholeNumberTest,
+    ::testing::Values(WholeCase{"42\n", 42, 42}, WholeCase{" -1500000\n", std::nullopt, -1500000},
+                      WholeCase{"18446744073709551615", UINT64_MAX, std::nullopt},
+                      WholeCase{"-9223372036854775808", std::nullopt, INT64_MIN},
+                      WholeCase{"12 mA", std::nullopt, std::nullopt},
+                      WholeCase{"", std::nullopt, std::nullopt},
+                      WholeCase{"-", std::nullopt, std::nullopt}));
+
 }  // namespace
 }  // namespace vexa

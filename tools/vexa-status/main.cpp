@@ -1,15 +1,17 @@
 // vexa-status: runs the samplers and prints every call-back they make as one JSON line:
 //
-//   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system", "call": the delegate
-//    operation, "data": {...}}
+//   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system"|"disk"|"battery"|
+//    "network", "call": the delegate operation, "data": {...}}
 //
 // "data" is the sampler's dictionary where the call-back carries one (memory: the memory
-// dictionary, with the virtual-memory and swap dictionaries under "vm" and "swap"), else the
-// call's arguments by name. System information is one "system" line.
+// dictionary, with the virtual-memory and swap dictionaries under "vm" and "swap"; disk: the
+// volumes under "disks"; network: the services under "services"), else the call's arguments by
+// name. System information is one "system" line. After the first battery update a "batteryFigures"
+// line gives the battery's own figures; a machine without a battery prints no battery lines.
 //
 //   --json          JSON Lines on standard output (the only output for now)
 //   --once          one sample of every sampler, then exit
-//   --only LIST     memory,cpu,system (comma-separated); all by default
+//   --only LIST     memory,cpu,system,disk,battery,network (comma-separated); all by default
 //   --interval N    seconds between samples (default 1)
 //   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
 
@@ -26,8 +28,11 @@
 #include <nlohmann/json.hpp>
 
 #include "StopSignals.h"
+#include "vexa/status/BatteryStatus.h"
 #include "vexa/status/CPUStatus.h"
+#include "vexa/status/DiskStatus.h"
 #include "vexa/status/MemoryStatus.h"
+#include "vexa/status/NetworkStatus.h"
 #include "vexa/status/SystemStatus.h"
 #include "vexa/util/RunLoop.h"
 
@@ -51,8 +56,36 @@ void print(const char* source, const char* call, nlohmann::json data) {
   }
 }
 
-class Printer : public vexa::MemoryDelegate, public vexa::CPUDelegate {
+const std::set<std::string> kSources = {"memory", "cpu", "system", "disk", "battery", "network"};
+
+class Printer : public vexa::MemoryDelegate,
+                public vexa::CPUDelegate,
+                public vexa::DiskDelegate,
+                public vexa::BatteryDelegate,
+                public vexa::NetworkDelegate {
  public:
+  void diskDetails(const nlohmann::json& disks) override {
+    print("disk", "diskDetails", {{"disks", disks}});
+  }
+  void networkStatus(const nlohmann::json& services) override {
+    print("network", "networkStatus", {{"services", services}});
+  }
+  void batteryCalculating(double percent) override {
+    print("battery", "batteryCalculating", {{"percent", percent}});
+  }
+  void batteryWithRemaining(const std::string& remaining) override {
+    print("battery", "batteryWithRemaining", {{"remaining", remaining}});
+  }
+  void batteryRemainingWithLeft(const std::string& left) override {
+    print("battery", "batteryRemainingWithLeft", {{"left", left}});
+  }
+  void batteryCharged() override { print("battery", "batteryCharged", {}); }
+  void charged() override { print("battery", "charged", {}); }
+  void batteryChargingCalculating() override { print("battery", "batteryChargingCalculating", {}); }
+  void batteryChargingWithRemaining(const std::string& remaining) override {
+    print("battery", "batteryChargingWithRemaining", {{"remaining", remaining}});
+  }
+
   void updateMemoryStatus(const nlohmann::json& memory, const nlohmann::json& vm,
                           const std::optional<nlohmann::json>& swap) override {
     nlohmann::json data = memory;
@@ -84,7 +117,8 @@ class Printer : public vexa::MemoryDelegate, public vexa::CPUDelegate {
 int usage(const char* problem) {
   if (problem) std::fprintf(stderr, "vexa-status: %s\n", problem);
   std::fprintf(stderr,
-               "usage: vexa-status --json [--once] [--only memory,cpu,system] [--interval N] "
+               "usage: vexa-status --json [--once] [--only memory,cpu,system,disk,battery,network] "
+               "[--interval N] "
                "[--sysroot DIR]\n");
   return 2;
 }
@@ -93,7 +127,7 @@ int run(int argc, char** argv) {
   bool once = false;
   int interval = 1;
   std::string root = "/";
-  std::set<std::string> only = {"memory", "cpu", "system"};
+  std::set<std::string> only = kSources;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     const bool hasValue = i + 1 < argc;
@@ -106,8 +140,8 @@ int run(int argc, char** argv) {
       std::stringstream list(argv[++i]);
       std::string name;
       while (std::getline(list, name, ',')) {
-        if (name != "memory" && name != "cpu" && name != "system") {
-          return usage("--only takes memory, cpu and system");
+        if (!kSources.contains(name)) {
+          return usage("--only takes memory, cpu, system, disk, battery and network");
         }
         only.insert(name);
       }
@@ -139,24 +173,60 @@ int run(int argc, char** argv) {
     cpu = vexa::CPUStatus::create(root);
     if (!cpu) std::fprintf(stderr, "vexa-status: no processor figures under %s\n", root.c_str());
   }
+  std::shared_ptr<vexa::DiskStatus> disk;
+  std::shared_ptr<vexa::BatteryStatus> battery;
+  std::shared_ptr<vexa::NetworkStatus> network;
+  if (only.contains("disk")) disk = vexa::DiskStatus::create(root);
+  if (only.contains("battery")) {
+    battery = vexa::BatteryStatus::create(root);
+    if (!battery->isHasBattery()) battery.reset();
+  }
+  if (only.contains("network")) network = vexa::NetworkStatus::create(root);
   if (memory) memory->setDelegate(printer);
   if (cpu) cpu->setDelegate(printer);
+  if (disk) disk->setDelegate(printer);
+  if (battery) battery->setDelegate(printer);
+  if (network) network->setDelegate(printer);
+  const auto batteryFigures = [&battery] {
+    print("battery", "batteryFigures",
+          {{"health", battery->batteryHealth()},
+           {"currentPercent", battery->currentPercent()},
+           {"capacity", battery->capacity()},
+           {"cycleCount", battery->cycleCount()},
+           {"watt", battery->watt()},
+           {"celsius", battery->celsius()},
+           {"fahrenheit", battery->fahrenheit()},
+           {"timeSinceUnplugged", battery->timeSinceUnpluggedTranslated()},
+           {"batteryMaxCapacity", battery->batteryMaxCapacity()},
+           {"batteryCurrentCapacity", battery->batteryCurrentCapacity()},
+           {"batteryAmperage", battery->batteryAmperage()},
+           {"batteryVoltage", battery->batteryVoltage()},
+           {"batteryWatt", battery->batteryWatt()}});
+  };
   if (only.contains("system")) {
     print("system", "setupSystemInformation", vexa::SystemStatus::create(root)->dictionary());
+  }
+  if (battery) {
+    battery->updateCurrentStatus();
+    batteryFigures();
   }
 
   if (once) {
     if (memory) memory->updateInfo();
-    // Usage is a difference of two readings: the first was taken when the sampler was made.
-    if (cpu) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(250));
-      cpu->updateInfo();
-    }
+    if (disk) disk->updateInfo();
+    // Usage and traffic are differences of two readings: the first was taken when the sampler
+    // was made.
+    if (cpu || network) std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    if (cpu) cpu->updateInfo();
+    if (network) network->updateInfo();
     return 0;
   }
 
   if (memory) memory->setFreshInterval(interval);
   if (cpu) cpu->setFreshInterval(interval);
+  if (disk) disk->setFreshInterval(interval);
+  if (network) network->setFreshInterval(interval);
+  // The battery checks its sources on its own clock and reports changes only.
   vexa::RunLoop loop = vexa::RunLoop::main();
   stopSignals.quitOnSignal(loop);
   loop.run();

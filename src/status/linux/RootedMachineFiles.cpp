@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -75,6 +76,13 @@ class RootedMachineFiles final : public MachineFiles {
       done = ::write(fd.get(), text.data(), text.size());
     } while (done < 0 && errno == EINTR);
     return done == static_cast<ssize_t>(text.size());
+  }
+
+  std::optional<VolumeSpace> volumeSpace(const std::string& path) const override {
+    struct statvfs st {};
+    if (::statvfs(full(path).c_str(), &st) != 0) return std::nullopt;
+    const uint64_t blockSize = st.f_frsize != 0 ? st.f_frsize : st.f_bsize;
+    return VolumeSpace{blockSize, st.f_blocks, st.f_bavail, st.f_bfree, st.f_files};
   }
 
   uint64_t pageSize() const override {

@@ -1,4 +1,4 @@
-#include "monitors/MountTable.h"
+#include "util/MountTable.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -107,6 +107,17 @@ TEST(MountTableReadTest, TheProcessTableHasTheRoot) {
     root = root || entry.mountPoint == "/";
   }
   EXPECT_TRUE(root);
+}
+
+TEST(MountTableFieldsTest, KeepsTheDeviceAndBothOptionLists) {
+  const auto entries = MountTable::parse(
+      "95 26 8:17 / /media/stick rw,nosuid shared:650 - vfat /dev/sdb1 rw,uid=1000\n"
+      "96 26 0:40 / /mnt/x ro - tmpfs tmpfs\n");
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].device, "8:17");
+  EXPECT_EQ(entries[0].options, "rw,nosuid,rw,uid=1000");
+  // Without the file system's options the mount's own stand alone.
+  EXPECT_EQ(entries[1].options, "ro");
 }
 
 }  // namespace

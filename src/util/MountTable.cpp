@@ -1,4 +1,4 @@
-#include "monitors/MountTable.h"
+#include "util/MountTable.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -63,8 +63,11 @@ std::vector<MountEntry> MountTable::parse(std::string_view text) {
     size_t separator = 6;
     while (separator < parts.size() && parts[separator] != "-") ++separator;
     if (separator + 2 >= parts.size()) continue;
+    std::string options(parts[5]);
+    if (separator + 3 < parts.size()) options.append(",").append(parts[separator + 3]);
     entries.push_back(MountEntry{unescape(parts[3]), unescape(parts[4]),
-                                 unescape(parts[separator + 1]), unescape(parts[separator + 2])});
+                                 unescape(parts[separator + 1]), unescape(parts[separator + 2]),
+                                 std::string(parts[2]), std::move(options)});
   }
   return entries;
 }

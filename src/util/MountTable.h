@@ -12,6 +12,8 @@ struct MountEntry {
   std::string mountPoint;  // where it is mounted
   std::string fsType;      // e.g. "ext4", "tmpfs", "fuse.sshfs"
   std::string source;      // e.g. "/dev/sda1"
+  std::string device;      // the file system's "major:minor", e.g. "8:1"
+  std::string options;     // the mount's options and then the file system's, comma-separated
 };
 
 // The mount table: "36 35 98:0 /mnt1 /mnt/parent rw,noatime master:1 - ext3 /dev/root rw".

@@ -1,10 +1,10 @@
-#include "monitors/IconTheme.h"
+#include "util/IconTheme.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
-#include "monitors/DesktopEntryFolders.h"
+#include "util/DesktopEntryFolders.h"
 #include "util/PathName.h"
 #include "util/XdgDirs.h"
 
@@ -56,6 +56,29 @@ std::vector<std::string> IconTheme::iconFolders() {
   return unique;
 }
 
+std::optional<std::string> IconTheme::lookupIn(const std::string& name,
+                                               const std::vector<std::string>& themeNames,
+                                               const std::string& context, int size) {
+  if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..") {
+    return std::nullopt;
+  }
+  const auto folders = iconFolders();
+  for (const auto& themeName : themeNames) {
+    std::vector<std::string> themes;
+    for (const auto& folder : folders) {
+      std::string theme = folder;
+      theme.append("/").append(themeName);
+      if (PathName::isFolder(theme)) themes.push_back(std::move(theme));
+    }
+    for (const auto& sizeFolder : sizeOrder(size)) {
+      for (const auto& theme : themes) {
+        if (auto found = withExtension(fs::path(theme) / sizeFolder / context / name)) return found;
+      }
+    }
+  }
+  return std::nullopt;
+}
+
 std::optional<std::string> IconTheme::lookup(const std::string& name, int size) {
   if (name.empty()) return std::nullopt;
   if (name.front() == '/') {
@@ -63,18 +86,7 @@ std::optional<std::string> IconTheme::lookup(const std::string& name, int size) 
     return std::nullopt;
   }
   if (name.find('/') != std::string::npos || name == "." || name == "..") return std::nullopt;
-  const auto folders = iconFolders();
-  std::vector<std::string> themes;
-  for (const auto& folder : folders) {
-    if (PathName::isFolder(folder + "/hicolor")) themes.push_back(folder + "/hicolor");
-  }
-  if (!themes.empty()) {
-    for (const auto& sizeFolder : sizeOrder(size)) {
-      for (const auto& theme : themes) {
-        if (auto found = withExtension(fs::path(theme) / sizeFolder / "apps" / name)) return found;
-      }
-    }
-  }
+  if (auto found = lookupIn(name, {"hicolor"}, "apps", size)) return found;
   for (const auto& dir : XdgDirs::dataDirs()) {
     if (auto found = withExtension(fs::path(dir) / "pixmaps" / name)) return found;
   }

@@ -1,4 +1,4 @@
-#include "monitors/MountWatch.h"
+#include "util/MountWatch.h"
 
 #include <fcntl.h>
 #include <poll.h>

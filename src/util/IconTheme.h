@@ -13,6 +13,11 @@ namespace vexa {
 class IconTheme {
  public:
   static std::optional<std::string> lookup(const std::string& name, int size = 64);
+  // An icon of a context folder ("apps", "devices") in the named themes, the first theme that
+  // has it winning; no legacy fallback.
+  static std::optional<std::string> lookupIn(const std::string& name,
+                                             const std::vector<std::string>& themes,
+                                             const std::string& context, int size = 64);
   // $XDG_DATA_HOME/icons, ~/.icons, each $XDG_DATA_DIRS/icons, and the Flatpak export folders.
   static std::vector<std::string> iconFolders();
 };

@@ -1,4 +1,4 @@
-#include "monitors/DesktopEntryFolders.h"
+#include "util/DesktopEntryFolders.h"
 
 #include <algorithm>
 

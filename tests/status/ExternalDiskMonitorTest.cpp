@@ -1,0 +1,199 @@
+#include "vexa/status/ExternalDiskMonitor.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <deque>
+#include <thread>
+
+#include "status/BlockDeviceEvents.h"
+#include "status/MachineFiles.h"
+#include "support/TempDir.h"
+
+namespace vexa {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Announcements the test posts, handed out on the monitor's thread.
+class PostedDevices : public BlockDeviceEvents {
+ public:
+  bool run(const std::function<void(const BlockDeviceEvent&)>& handle) override {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+      changed_.wait(lock, [this] { return stopped_ || !posted_.empty(); });
+      if (posted_.empty()) return true;
+      const BlockDeviceEvent event = posted_.front();
+      posted_.pop_front();
+      lock.unlock();
+      handle(event);
+      lock.lock();
+    }
+  }
+  void stop() override {
+    std::lock_guard lock(mutex_);
+    stopped_ = true;
+    changed_.notify_all();
+  }
+  void post(BlockDeviceEvent event) {
+    std::lock_guard lock(mutex_);
+    posted_.push_back(std::move(event));
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<BlockDeviceEvent> posted_;
+  bool stopped_ = false;
+};
+
+// The mount table of a scratch root, rewritten by the test, which then tells the monitor: a
+// plain file never signals a change by itself.
+class ScratchTable {
+ public:
+  void write(const std::string& text) { dir_.write("proc/self/mountinfo", text); }
+  std::shared_ptr<MachineFiles> files() const { return MachineFiles::underRoot(dir_.path()); }
+
+ private:
+  test::TempDir dir_;
+};
+
+class HeardDisks : public ExternalDiskDelegate {
+ public:
+  void mountedPath(const std::string& path, bool writable) override {
+    record("mounted " + path + (writable ? " rw" : " ro"));
+  }
+  void unmountedPath(const std::string& path) override { record("unmounted " + path); }
+  bool waitFor(size_t count, std::chrono::milliseconds timeout = 5s) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return calls_.size() >= count; });
+  }
+  std::vector<std::string> calls() {
+    std::lock_guard lock(mutex_);
+    return calls_;
+  }
+
+ private:
+  void record(std::string call) {
+    std::lock_guard lock(mutex_);
+    calls_.push_back(std::move(call));
+    changed_.notify_all();
+  }
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> calls_;
+};
+
+constexpr const char* kRoot = "28 1 259:2 / / rw - ext4 /dev/nvme0n1p2 rw\n";
+
+class ExternalDiskMonitorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    table_.write(kRoot);
+    auto devices = std::make_unique<PostedDevices>();
+    devices_ = devices.get();
+    monitor_ = std::make_unique<ExternalDiskMonitor>(std::move(devices), table_.files(), 500ms);
+    monitor_->setDelegate(heard_);
+    loop_ = std::thread([this] { monitor_->startMonitor(); });
+  }
+  void change(const std::string& text) {
+    table_.write(text);
+    monitor_->mountTableChanged();
+  }
+  void TearDown() override {
+    monitor_->endMonitor();
+    loop_.join();
+    EXPECT_EQ(monitor_->status(), 0);
+    monitor_.reset();
+  }
+  static BlockDeviceEvent appeared(const std::string& name, const std::string& device,
+                                   bool writable = true, bool mountable = true) {
+    return {BlockDeviceEvent::Kind::Appeared, name, device, mountable, writable};
+  }
+  static BlockDeviceEvent gone(const std::string& name) {
+    return {BlockDeviceEvent::Kind::Disappeared, name, {}, false, false};
+  }
+
+  ScratchTable table_;
+  PostedDevices* devices_ = nullptr;
+  std::unique_ptr<ExternalDiskMonitor> monitor_;
+  std::shared_ptr<HeardDisks> heard_ = std::make_shared<HeardDisks>();
+  std::thread loop_;
+};
+
+TEST_F(ExternalDiskMonitorTest, MountedThenUnmountedWithoutARemoval) {
+  devices_->post(appeared("sdb1", "8:17"));
+  // The stick mounts a moment after it appears: the worker is woken by the table's change.
+  change(std::string(kRoot) + "95 26 8:17 / /media/anna/My\\040Stick rw - vfat /dev/sdb1 rw\n");
+  ASSERT_TRUE(heard_->waitFor(1));
+  EXPECT_TRUE(monitor_->hasMountPoint("sdb1"));
+  // A plain unmount: the device stays, only the table tells.
+  change(kRoot);
+  ASSERT_TRUE(heard_->waitFor(2));
+  EXPECT_EQ(heard_->calls(), (std::vector<std::string>{"mounted /media/anna/My Stick rw",
+                                                       "unmounted /media/anna/My Stick"}));
+  EXPECT_FALSE(monitor_->hasMountPoint("sdb1"));
+}
+
+TEST_F(ExternalDiskMonitorTest, ReadOnlyDiskAndRemovalAfterTheMount) {
+  change(std::string(kRoot) + "96 26 11:0 / /media/anna/DVD ro - iso9660 /dev/sr0 ro\n");
+  devices_->post(appeared("sr0", "11:0", false));
+  ASSERT_TRUE(heard_->waitFor(1));
+  devices_->post(gone("sr0"));
+  ASSERT_TRUE(heard_->waitFor(2));
+  EXPECT_EQ(heard_->calls(),
+            (std::vector<std::string>{"mounted /media/anna/DVD ro", "unmounted /media/anna/DVD"}));
+}
+
+TEST_F(ExternalDiskMonitorTest, MappedDeviceFoundByItsNumber) {
+  change(std::string(kRoot) +
+         "97 26 253:3 / /media/anna/vault rw - ext4 /dev/mapper/luks-3f1e rw\n");
+  devices_->post(appeared("dm-3", "253:3"));
+  ASSERT_TRUE(heard_->waitFor(1));
+  EXPECT_EQ(heard_->calls()[0], "mounted /media/anna/vault rw");
+}
+
+TEST_F(ExternalDiskMonitorTest, GoneBeforeItsMountSaysNothing) {
+  devices_->post(appeared("sdc1", "8:33"));
+  devices_->post(gone("sdc1"));
+  // Nor does one that never mounts: given up after the monitor's wait.
+  devices_->post(appeared("sdd1", "8:49"));
+  // Not a file system (a swap partition, say): not followed at all.
+  devices_->post(appeared("sde2", "8:66", true, false));
+  // A type never listed does not count as the mount either.
+  change(std::string(kRoot) + "98 26 8:49 / /mnt/net rw - nfs /dev/sdd1 rw\n");
+  const auto deadline = std::chrono::steady_clock::now() + 5s;
+  while (monitor_->hasMountPoint("sdd1") && std::chrono::steady_clock::now() < deadline) {
+    heard_->waitFor(1, 20ms);
+  }
+  EXPECT_FALSE(monitor_->hasMountPoint("sdd1"));
+  EXPECT_FALSE(monitor_->hasMountPoint("sdc1"));
+  EXPECT_FALSE(monitor_->hasMountPoint("sde2"));
+  EXPECT_TRUE(heard_->calls().empty());
+}
+
+TEST_F(ExternalDiskMonitorTest, StopForgetsButKeepsListening) {
+  devices_->post(appeared("sdf1", "8:81"));
+  monitor_->stopMonitor();
+  change(std::string(kRoot) + "99 26 8:97 / /media/anna/B rw - exfat /dev/sdg1 rw\n");
+  devices_->post(appeared("sdg1", "8:97"));
+  ASSERT_TRUE(heard_->waitFor(1));
+  EXPECT_EQ(heard_->calls(), std::vector<std::string>{"mounted /media/anna/B rw"});
+}
+
+// udev's source ends when asked, whether or not a udev daemon runs.
+TEST(BlockDeviceEventsTest, SystemSourceStops) {
+  auto events = BlockDeviceEvents::system();
+  std::atomic<bool> returned{false};
+  std::thread loop([&] {
+    events->run([](const BlockDeviceEvent&) {});
+    returned = true;
+  });
+  events->stop();
+  loop.join();
+  EXPECT_TRUE(returned);
+}
+
+}  // namespace
+}  // namespace vexa
