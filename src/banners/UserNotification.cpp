@@ -52,12 +52,13 @@ bool UserNotification::isVisible() const { return view_ && view_->isVisible(); }
 
 bool UserNotification::isAnimating() const { return view_ && view_->isAnimating(); }
 
-void UserNotification::bannerAnswered(int64_t activationType) {
+bool UserNotification::bannerAnswered(int64_t activationType) {
   auto self = shared_from_this();
   auto listener = delegate_.lock();
-  if (listener && !listener->userNotificationWillActivate(self)) return;
+  if (listener && !listener->userNotificationWillActivate(self)) return false;
   activationType_ = activationType;
   if (listener) listener->userNotification(self, activationType);
+  return true;
 }
 
 void UserNotification::bannerGone() {

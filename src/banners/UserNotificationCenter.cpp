@@ -135,6 +135,9 @@ void UserNotificationCenter::presentedNotification(const Banner& banner) {
     }
   }
   sortVisibleNotifications();
+  // A banner shown here rather than by a tick (delivered directly) still has to leave after its
+  // time in mode 1 or come back after its repeat interval: the timer must run for it.
+  if (hasWork()) ensureTicking();
 }
 
 void UserNotificationCenter::dismissAll() {

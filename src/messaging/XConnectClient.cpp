@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <functional>
 #include <thread>
 
 #include "messaging/Frame.h"
@@ -104,11 +105,14 @@ void XConnectClient::handleMessage(const std::string& text) {
       handler->setInstallPaths(parms["InstallPaths"]);
     }
     auto self = shared_from_this();
-    const auto waiting =
-        server ? server->identified(identity, self) : std::vector<XSocketServer::Identified>();
-    // Whoever waited for the host sends it what it needs; otherwise it gets what waited for it.
-    for (const auto& call : waiting) call(self);
-    if (host && handler && waiting.empty()) handler->hostConnected(self);
+    // Whoever waited for the host sends it what it needs; otherwise the handler does.
+    std::function<void()> otherwise;
+    if (host && handler) otherwise = [handler, self] { handler->hostConnected(self); };
+    if (server) {
+      server->identified(identity, self, otherwise);
+    } else if (otherwise) {
+      otherwise();
+    }
   } else if (name == "quit") {
     closeConnect();
   } else if (name == "ForceRemoveSuccessCommand") {

@@ -238,7 +238,7 @@ std::shared_ptr<XConnectClient> XSocketServer::getConnetClientByIdentity(
   return nullptr;
 }
 
-void XSocketServer::whenIdentified(const std::string& identity, Identified then) {
+bool XSocketServer::whenIdentified(const std::string& identity, Identified then) {
   std::shared_ptr<XConnectClient> found;
   {
     std::lock_guard lock(mutex_);
@@ -249,24 +249,37 @@ void XSocketServer::whenIdentified(const std::string& identity, Identified then)
         break;
       }
     }
-    if (!found) {
-      waiting_.emplace(identity, std::move(then));
-      return;
-    }
+    if (!found) return waiting_.try_emplace(identity, std::move(then)).second;
+    // Its hostConnected sends what this call would: sending it again would tell it twice.
+    if (std::find(serving_.begin(), serving_.end(), found.get()) != serving_.end()) return false;
   }
   then(found);
+  return true;
 }
 
-std::vector<XSocketServer::Identified> XSocketServer::identified(
-    const std::string& identity, const std::shared_ptr<XConnectClient>& connection) {
+void XSocketServer::identified(const std::string& identity,
+                               const std::shared_ptr<XConnectClient>& connection,
+                               const std::function<void()>& otherwise) {
+  Identified waiting;
+  {
+    std::lock_guard lock(mutex_);
+    std::erase_if(identified_, [](const auto& weak) { return weak.expired(); });
+    identified_.push_back(connection);
+    if (auto found = waiting_.find(identity); found != waiting_.end()) {
+      waiting = std::move(found->second);
+      waiting_.erase(found);
+    } else if (otherwise) {
+      serving_.push_back(connection.get());
+    }
+  }
+  if (waiting) {
+    waiting(connection);
+    return;
+  }
+  if (!otherwise) return;
+  otherwise();
   std::lock_guard lock(mutex_);
-  std::erase_if(identified_, [](const auto& weak) { return weak.expired(); });
-  identified_.push_back(connection);
-  std::vector<Identified> calls;
-  auto [first, last] = waiting_.equal_range(identity);
-  for (auto it = first; it != last; ++it) calls.push_back(std::move(it->second));
-  waiting_.erase(first, last);
-  return calls;
+  std::erase(serving_, connection.get());
 }
 
 void XSocketServer::clearClient() {

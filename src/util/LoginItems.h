@@ -7,6 +7,11 @@
 namespace vexa {
 
 // The user's list of programs started at login, as the desktop keeps it.
+//
+// This is also where a sandboxed host would plug in: inside a sandbox the list is not ours to
+// read, and the desktop's Background portal (RequestBackground with "autostart") only turns
+// starting at login on or off for the calling application. Such a port would answer list() with
+// at most the one entry it last asked for, and remove() would ask the portal to turn it off.
 class LoginItems {
  public:
   struct Item {

@@ -1,6 +1,7 @@
 // A notification server for tests: owns org.freedesktop.Notifications on the bus given, answers
 // with the capabilities given, prints every call as one JSON line, and sends the signals it is
-// told to on standard input ("invoke ID KEY", "closed ID REASON").
+// told to on standard input ("invoke ID KEY", "closed ID REASON"). "hold" keeps the answers to
+// later Notify calls until "release" sends them.
 //
 //   fake-notification-server ADDRESS CAPABILITY,... [--never-answer]
 #include <gio/gio.h>
@@ -11,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -34,9 +36,11 @@ constexpr const char* kIntrospection =
 
 std::vector<std::string> capabilities;
 bool neverAnswer = false;
+bool holding = false;
 guint32 lastId = 0;
 GDBusConnection* connection = nullptr;
 std::vector<GDBusMethodInvocation*> unanswered;
+std::vector<std::pair<GDBusMethodInvocation*, guint32>> held;
 
 void print(const nlohmann::json& line) {
   std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
@@ -76,6 +80,10 @@ void notify(GVariant* parameters, GDBusMethodInvocation* invocation) {
     return;
   }
   const guint32 id = replaces != 0 ? replaces : ++lastId;
+  if (holding) {
+    held.emplace_back(invocation, id);
+    return;
+  }
   g_dbus_method_invocation_return_value(invocation, g_variant_new("(u)", id));
 }
 
@@ -119,6 +127,15 @@ gboolean command(GIOChannel* channel, GIOCondition, gpointer loop) {
     guint32 reason = 0;
     words >> reason;
     emit("NotificationClosed", g_variant_new("(uu)", id, reason));
+  } else if (verb == "hold") {
+    holding = true;
+  } else if (verb == "release") {
+    holding = false;
+    for (const auto& [invocation, answer] : held) {
+      g_dbus_method_invocation_return_value(invocation, g_variant_new("(u)", answer));
+    }
+    held.clear();
+    g_dbus_connection_flush_sync(connection, nullptr, nullptr);
   }
   print({{"done", verb}});
   return G_SOURCE_CONTINUE;

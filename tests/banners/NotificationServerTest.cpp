@@ -129,25 +129,68 @@ TEST_F(NotificationServerTest, WithoutActionsOrMarkupTheBubbleIsPlainAndTextIsMa
 
 TEST_F(NotificationServerTest, ABubbleTheServerTakesAwayOrLosesIsToldAsAnswerZero) {
   start("actions");
-  auto dismissed = banner("Dismissed");
-  center->deliverNotification(dismissed);
-  nextCall();
-  EXPECT_EQ(nextCall()["call"], "Notify");
-  ASSERT_TRUE(RunLoop::current().runUntil([&] { return !dismissed->isAnimating(); }, 10s));
-  server->write("closed 1 2\n");
-  EXPECT_EQ(nextCall()["done"], "closed");
-  ASSERT_TRUE(heard(2));
-  EXPECT_EQ(listener->log,
-            (std::vector<std::string>{"destroyed Dismissed", "activate Dismissed 0"}));
-  EXPECT_FALSE(dismissed->isVisible());
+  // Expired, dismissed, closed by someone else's call, undefined: whatever the reason, a close
+  // we did not ask for is told once.
+  for (const int reason : {1, 2, 3, 4}) {
+    SCOPED_TRACE(reason);
+    listener->log.clear();
+    const std::string title = "Closed " + std::to_string(reason);
+    auto closed = banner(title);
+    center->deliverNotification(closed);
+    if (reason == 1) {
+      EXPECT_EQ(nextCall()["call"], "GetCapabilities");
+    }
+    EXPECT_EQ(nextCall()["call"], "Notify");
+    ASSERT_TRUE(RunLoop::current().runUntil([&] { return !closed->isAnimating(); }, 10s));
+    server->write("closed " + std::to_string(reason) + " " + std::to_string(reason) + "\n");
+    EXPECT_EQ(nextCall()["done"], "closed");
+    ASSERT_TRUE(heard(2));
+    EXPECT_EQ(listener->log,
+              (std::vector<std::string>{"destroyed " + title, "activate " + title + " 0"}));
+    EXPECT_FALSE(closed->isVisible());
+  }
+  listener->log.clear();
 
   auto orphaned = banner("Orphaned");
   center->deliverNotification(orphaned);
   EXPECT_EQ(nextCall()["call"], "Notify");
   ASSERT_TRUE(RunLoop::current().runUntil([&] { return !orphaned->isAnimating(); }, 10s));
   server->signal(SIGKILL);
-  ASSERT_TRUE(heard(4));
+  ASSERT_TRUE(heard(2));
   EXPECT_EQ(listener->log.back(), "activate Orphaned 0");
+}
+
+TEST_F(NotificationServerTest, AClickRefusedWhileAnotherBannerIsUnansweredIsToldAsAnswerZero) {
+  start("actions");
+  auto clicked = banner("Clicked");
+  center->deliverNotification(clicked);
+  nextCall();
+  EXPECT_EQ(nextCall()["call"], "Notify");
+  ASSERT_TRUE(RunLoop::current().runUntil([&] { return !clicked->isAnimating(); }, 10s));
+
+  server->write("hold\n");
+  EXPECT_EQ(nextCall()["done"], "hold");
+  auto waiting = banner("Waiting");
+  center->deliverNotification(waiting);
+  EXPECT_EQ(nextCall()["summary"], "Waiting");
+  ASSERT_TRUE(waiting->isAnimating());
+
+  // The centre refuses the click while the other banner is unanswered; the bubble is gone all
+  // the same, so the banner must not stay counted as shown.
+  server->write("invoke 1 default\n");
+  EXPECT_EQ(nextCall()["done"], "invoke");
+  ASSERT_TRUE(heard(2));
+  EXPECT_EQ(listener->log, (std::vector<std::string>{"destroyed Clicked", "activate Clicked 0"}));
+  EXPECT_FALSE(clicked->isVisible());
+
+  // The server's own close of the answered bubble is not told again.
+  server->write("closed 1 2\nrelease\n");
+  ASSERT_TRUE(RunLoop::current().runUntil([&] { return !waiting->isAnimating(); }, 10s));
+  for (auto line = nextCall(2s); !line.is_null(); line = nextCall(200ms)) {
+    if (line.value("done", "") == "release") break;
+  }
+  EXPECT_EQ(listener->log.size(), 2u);
+  EXPECT_TRUE(waiting->isVisible());
 }
 
 TEST_F(NotificationServerTest, TakingABubbleAwayClosesItWithoutTellingAnyone) {
@@ -180,6 +223,40 @@ TEST_F(NotificationServerTest, AServerThatNeverAnswersLeavesTheBannerAnimatingUn
   EXPECT_GE(std::chrono::steady_clock::now() - began, 4s);
   EXPECT_FALSE(waiting->isAnimating());
   EXPECT_EQ(listener->log.back(), "activate Waiting 0");
+}
+
+TEST_F(NotificationServerTest, SignalsFromAnyoneButTheServerAreIgnored) {
+  start("actions,body-markup");
+  auto shown = banner("<b>Bold</b> & co");  // a summary is plain text: sent as it is
+  center->deliverNotification(shown);
+  nextCall();
+  EXPECT_EQ(nextCall()["summary"], "<b>Bold</b> & co");
+  ASSERT_TRUE(RunLoop::current().runUntil([&] { return !shown->isAnimating(); }, 10s));
+
+  // A second program on the bus, not owning the server's name, sends the same signals.
+  test::ChildProcess impostor({VEXA_FAKE_NOTIFICATION_SERVER, bus.address(), "actions"});
+  ASSERT_EQ(impostor.readLine().value_or(""), R"({"ready":true})");
+  impostor.write("invoke 1 default\nclosed 1 2\n");
+  EXPECT_EQ(impostor.readLine().value_or(""), R"({"done":"invoke"})");
+  EXPECT_EQ(impostor.readLine().value_or(""), R"({"done":"closed"})");
+  // Our next call's answer comes after those signals: by then they were read.
+  auto later = banner("Later");
+  center->deliverNotification(later);
+  EXPECT_EQ(nextCall()["summary"], "Later");
+  ASSERT_TRUE(RunLoop::current().runUntil([&] { return !later->isAnimating(); }, 10s));
+  EXPECT_TRUE(listener->log.empty());
+  EXPECT_TRUE(shown->isVisible());
+}
+
+TEST_F(NotificationServerTest, ABusWithoutAServerTellsTheBannerGone) {
+  ASSERT_TRUE(bus.ok());
+  useViews(makeNotificationServer(bus.address()));
+  auto unseen = banner("Unseen");
+  center->deliverNotification(unseen);
+  ASSERT_TRUE(heard(2));
+  EXPECT_EQ(listener->log, (std::vector<std::string>{"destroyed Unseen", "activate Unseen 0"}));
+  EXPECT_FALSE(unseen->isVisible());
+  EXPECT_FALSE(unseen->isAnimating());
 }
 
 TEST_F(NotificationServerTest, WithoutABusEveryBannerIsToldGoneOnALaterTurn) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -120,6 +121,28 @@ TEST_F(CenterTest, InModeOneABannerStaysFiveSecondsAndShowingAnotherHidesTheFirs
   center->deliverNotification(third);
   EXPECT_FALSE(second->isVisible());
   EXPECT_TRUE(third->isVisible());
+}
+
+TEST_F(CenterTest, ABannerDeliveredDirectlyIsDismissedAndRepeatedByTheTimer) {
+  const auto within = [](const std::function<bool()>& done) {
+    return RunLoop::current().runUntil(done, std::chrono::seconds(5));
+  };
+  center->setCenterType(1);
+  auto brief = banner("brief");
+  center->deliverNotification(brief);
+  now = Date(1005);
+  ASSERT_TRUE(within([&] { return !brief->isVisible(); }));
+  EXPECT_EQ(listener->log.back(), "destroyed brief");
+
+  center->setCenterType(2);
+  auto repeating = banner("repeating");
+  DateComponents minute;
+  minute.minute = 1;
+  repeating->setDeliveryRepeatInterval(minute);
+  center->presentedNotification(repeating);
+  ASSERT_EQ(viewOf(1).presented, 1);
+  now = Date(1065);
+  ASSERT_TRUE(within([&] { return viewOf(1).presented == 2; }));
 }
 
 using Component = std::optional<int64_t>;

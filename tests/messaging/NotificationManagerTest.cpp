@@ -159,6 +159,44 @@ TEST_F(NotificationManagerTest, AClickWhileTheHostIsConnectedSendsItTheReportAtO
   EXPECT_EQ(removalsWithin(*host, 300), 0);
 }
 
+TEST_F(NotificationManagerTest, ALaunchThatNeverConnectsAndASecondClickLeaveOneWaiter) {
+  post("MonitorApplication");
+  views->views.at(0)->events->bannerAnswered(1);  // started something that never connects
+  post("MonitorApplication");
+  views->views.at(1)->events->bannerAnswered(1);
+  EXPECT_EQ(launcher->launched.size(), 2u);
+  auto host = connectHost();
+  EXPECT_EQ(removalsWithin(*host, 500), 1);
+}
+
+// Holds the host's hostConnected until the test lets it go.
+struct HeldReporter : RemovalReporter {
+  void hostConnected(const std::shared_ptr<XConnectClient>& connection) override {
+    entered.add();
+    released.waitFor(1);
+    RemovalReporter::hostConnected(connection);
+  }
+  test::Signal entered;
+  test::Signal released;
+};
+
+TEST_F(NotificationManagerTest, AClickWhileTheHostIsBeingServedAtItsConnectionAddsNoReport) {
+  auto held = std::make_shared<HeldReporter>();
+  server->setCommandHandler(held);
+  auto host = connectHost();
+  ASSERT_TRUE(held->entered.waitFor(1));
+  test::Signal called;
+  EXPECT_FALSE(server->whenIdentified(kHost, [&](const auto&) { called.add(); }));
+  held->released.add();
+  EXPECT_EQ(removalsWithin(*host, 500), 1);
+  EXPECT_EQ(called.count(), 0);
+  // Once served, a later click sends at once again.
+  EXPECT_TRUE(test::eventually(
+      [&] { return server->whenIdentified(kHost, [&](const auto&) { called.add(); }); }));
+  EXPECT_EQ(called.count(), 1);
+  EXPECT_EQ(removalsWithin(*host, 300), 0);  // the call was ours, not a report
+}
+
 TEST_F(NotificationManagerTest, WaitersForAnIdentityRunOnceWhicheverSideComesFirst) {
   test::Signal called;
   server->whenIdentified("org.example.Late", [&](const auto&) { called.add(); });

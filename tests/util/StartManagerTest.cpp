@@ -94,12 +94,16 @@ TEST(StartManagerTest, TheValueIsTheLastSetAndTheEntryFollowsIt) {
   EXPECT_FALSE(StartManager::hasDaemon());
 }
 
-TEST(MainBundleTest, AnAppImageIsStartedAsTheImage) {
+TEST(MainBundleTest, AnAppImageIsStartedAsTheImageByItsRealPath) {
   test::TempDir dir;
   const std::string image = dir.write("Tool.AppImage", "not really");
-  {
-    test::ScopedEnv set("APPIMAGE", image);
-    EXPECT_EQ(MainBundle::path(), image);
+  const std::string real = std::filesystem::canonical(image).string();
+  dir.mkdir("sub");
+  std::filesystem::create_symlink(image, dir / "Link.AppImage");
+  for (const std::string& given :
+       {image, dir / "sub/../Tool.AppImage", dir / "Link.AppImage", dir / ".//Tool.AppImage"}) {
+    test::ScopedEnv set("APPIMAGE", given);
+    EXPECT_EQ(MainBundle::path(), real) << given;
   }
   test::ScopedEnv gone("APPIMAGE", dir / "missing.AppImage");
   EXPECT_NE(MainBundle::path(), dir / "missing.AppImage");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -107,6 +108,40 @@ TEST_F(XdgAutostartTest, DisabledEntriesAreReenabledAndOthersNamesKept) {
   EXPECT_EQ(DesktopEntry::parse(test::readFile(user + "/VexaSweeper-2.desktop"))->executable(),
             program);
   EXPECT_FALSE(fs::exists(user + "/VexaSweeper-3.desktop"));
+}
+
+TEST_F(XdgAutostartTest, ANameTakenInASystemFolderIsNotShadowed) {
+  // A user file of these names would take the system's entries out of effect.
+  dir.write("xdg/autostart/VexaSweeper.desktop", entry(other));
+  const std::string loop = system + "/VexaSweeper-2.desktop";  // a link to itself: nobody reads it
+  fs::create_symlink(loop, loop);
+  auto list = items();
+  LoginItemRules::install(list, program);
+  EXPECT_EQ(paths(list), (std::vector<std::string>{program, other}));
+  EXPECT_TRUE(fs::exists(user + "/VexaSweeper-3.desktop"));
+  EXPECT_FALSE(fs::exists(user + "/VexaSweeper.desktop"));
+  EXPECT_FALSE(fs::exists(user + "/VexaSweeper-2.desktop"));
+
+  // The system's own (disabled) entry for the program may be overridden by name: it is ours.
+  LoginItemRules::remove(list, program);
+  dir.write("xdg/autostart/VexaSweeper.desktop",
+            entry(quoted(program), "X-GNOME-Autostart-enabled=false\n"));
+  EXPECT_TRUE(paths(list).empty());
+  LoginItemRules::install(list, program);
+  EXPECT_EQ(paths(list), std::vector<std::string>{program});
+  EXPECT_TRUE(fs::exists(user + "/VexaSweeper.desktop"));
+}
+
+TEST_F(XdgAutostartTest, AnUnreadableEntryIsNotCountedAndKeepsItsName) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root reads every file";
+  const std::string locked = dir.write("config/autostart/VexaSweeper.desktop", entry(other));
+  fs::permissions(locked, fs::perms::none);
+  auto list = items();
+  EXPECT_TRUE(paths(list).empty());
+  LoginItemRules::install(list, program);
+  EXPECT_EQ(paths(list), std::vector<std::string>{program});
+  EXPECT_TRUE(fs::exists(user + "/VexaSweeper-2.desktop"));
+  EXPECT_EQ(fs::status(locked).permissions(), fs::perms::none);
 }
 
 TEST_F(XdgAutostartTest, EntriesOutOfEffectAreNotCounted) {

@@ -25,7 +25,9 @@ class VEXA_EXPORT BannerView {
   class Events {
    public:
     virtual ~Events() = default;
-    virtual void bannerAnswered(int64_t activationType) = 0;
+    // False when the answer was refused (the banner's delegate would not act on it now): a view
+    // whose banner has left the screen with the answer then tells it gone.
+    virtual bool bannerAnswered(int64_t activationType) = 0;
     virtual void bannerGone() = 0;
   };
 

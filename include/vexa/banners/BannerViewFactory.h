@@ -16,7 +16,9 @@ class VEXA_EXPORT BannerViewFactory {
   virtual BannerSize screenSize() const { return {}; }
   // The window level of status items; banners stack above it.
   virtual int64_t statusWindowLevel() const { return 25; }
-  // Returns once what the views asked of the desktop has gone out.
+  // Returns once what the views asked of the desktop has gone out, including what can only be
+  // asked once the desktop answers a request still under way. May turn the calling thread's
+  // loop meanwhile.
   virtual void flush() {}
 };
 

@@ -87,7 +87,7 @@ class VEXA_EXPORT UserNotification : public std::enable_shared_from_this<UserNot
 
  private:
   UserNotification() = default;
-  void bannerAnswered(int64_t activationType) override;
+  bool bannerAnswered(int64_t activationType) override;
   void bannerGone() override;
 
   std::shared_ptr<const Image> icon_;

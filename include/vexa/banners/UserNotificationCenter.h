@@ -71,8 +71,9 @@ class VEXA_EXPORT UserNotificationCenter
   // Shows the banner now if the delegate lets it, and restacks.
   void presentedNotification(const std::shared_ptr<UserNotification>& banner);
 
-  // Takes every shown banner off the screen and returns once the desktop has been told: for a
-  // program that is about to end.
+  // Takes every shown banner off the screen and returns once the desktop has been told (a
+  // banner the desktop is still being asked to show is closed once it answers; the thread's loop
+  // may turn meanwhile): for a program that is about to end.
   void dismissAll();
 
   // One tick of the timer.

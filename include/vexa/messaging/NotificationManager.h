@@ -45,7 +45,8 @@ class VEXA_EXPORT NotificationManager : public UserNotificationCenterDelegate,
   // none or it did not start.
   bool openAppByBundleIdentifier(const std::string& identity);
   // Once the client of that identity has connected (at once when it is), has the installed-
-  // application monitor send it the removal report.
+  // application monitor send it the removal report. While one such request waits (a launch that
+  // started nothing that connects), another adds none: the client gets one report.
   void sendRemoveMessageToClientwithIdentity(const std::string& identity);
 
   std::optional<bool> userNotificationCenterShouldPresentNotification(

@@ -70,12 +70,14 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   // Calls `then` once with a connection whose peer identified itself as `identity`: at once, on
   // the calling thread, when one has; else on the receiving thread of the next one that does,
   // without any time limit. For a host connection the call takes the place of the command
-  // handler's hostConnected.
-  void whenIdentified(const std::string& identity, Identified then);
-  // A connection's peer identified itself: takes the calls waiting for that identity (to be
-  // made by the caller) and counts the connection as identified.
-  std::vector<Identified> identified(const std::string& identity,
-                                     const std::shared_ptr<XConnectClient>& connection);
+  // handler's hostConnected. At most one call waits per identity, and a connection whose
+  // hostConnected is still running counts as being served: in both cases `then` is dropped and
+  // the answer is false. `then` must not call whenIdentified.
+  bool whenIdentified(const std::string& identity, Identified then);
+  // A connection's peer identified itself: counts the connection as identified and, on the
+  // calling thread, makes the call waiting for that identity, or `otherwise` when none waited.
+  void identified(const std::string& identity, const std::shared_ptr<XConnectClient>& connection,
+                  const std::function<void()>& otherwise);
   // Drops closed connections and frees their slots.
   void clearClient();
   // Decimal socket descriptor -> connection.
@@ -107,8 +109,9 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   std::map<std::string, std::shared_ptr<XConnectClient>> connectDict_;
   std::vector<int> refused_;  // left open as refused; closed when the server goes
   std::weak_ptr<XCommandHandler> handler_;
-  std::multimap<std::string, Identified> waiting_;
+  std::map<std::string, Identified> waiting_;
   std::vector<std::weak_ptr<XConnectClient>> identified_;
+  std::vector<const XConnectClient*> serving_;  // connections whose `otherwise` runs
   std::shared_ptr<PeerPolicy> peerPolicy_;
   std::shared_ptr<void> delegate_;
 };

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <vector>
@@ -27,8 +28,6 @@ constexpr const char* kPath = "/org/freedesktop/Notifications";
 constexpr const char* kInterface = "org.freedesktop.Notifications";
 constexpr int kCallTimeoutMs = 5000;
 constexpr int kLargestIcon = 128;
-// NotificationClosed reasons: 3 is our own CloseNotification.
-constexpr uint32_t kClosedByCall = 3;
 
 std::string validUtf8(const std::string& text) {
   g_autofree gchar* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
@@ -80,8 +79,12 @@ struct Server : std::enable_shared_from_this<Server> {
   guint actionSubscription = 0;
   guint closedSubscription = 0;
   guint ownerWatch = 0;
+  // The unique name of the server's current owner; signals from anyone else are not its. (Older
+  // GLib matched a well-known sender name against any sender.)
+  std::string ownerName;
   std::optional<std::vector<std::string>> capabilities;
   bool capabilitiesAsked = false;
+  int callsUnanswered = 0;  // of every view, including views already gone
   std::vector<std::weak_ptr<ServerView>> waitingForCapabilities;
   std::map<uint32_t, std::weak_ptr<ServerView>> shown;
 
@@ -92,7 +95,8 @@ struct Server : std::enable_shared_from_this<Server> {
   }
   void askCapabilities();
   void answered(uint32_t id, const std::string& key);
-  void closed(uint32_t id, uint32_t reason);
+  // The server closed bubble `id`, for whatever reason.
+  void closed(uint32_t id);
   void ownerGone();
 };
 
@@ -148,6 +152,7 @@ class ServerView final : public BannerView, public std::enable_shared_from_this<
 
 struct CallContext {
   std::weak_ptr<ServerView> view;
+  std::weak_ptr<Server> server;
 };
 
 void ServerView::present(const UserNotification& banner) {
@@ -209,6 +214,7 @@ void ServerView::send() {
   }
   const std::string appName = validUtf8(AppIdentity::name());
   ++callsUnanswered_;
+  ++server_->callsUnanswered;
   g_dbus_connection_call(
       server_->connection, kName, kPath, kInterface, "Notify",
       g_variant_new("(susssasa{sv}i)", appName.c_str(), id_, "", content.summary.c_str(),
@@ -227,9 +233,10 @@ void ServerView::send() {
         } else {
           SystemLog::log("banner not shown: %s", error->message);
         }
+        if (auto server = context->server.lock()) --server->callsUnanswered;
         if (auto view = context->view.lock()) view->notified(id);
       },
-      new CallContext{weak_from_this()});
+      new CallContext{weak_from_this(), server_});
 }
 
 void ServerView::notified(std::optional<uint32_t> id) {
@@ -263,7 +270,15 @@ void ServerView::answered(const std::string& key) {
   const int64_t type = key == "action" ? 2 : key == "default" ? 1 : 0;
   told_ = true;
   visible_ = false;  // the server takes a bubble away once answered
-  tellLater([type](BannerView::Events& events) { events.bannerAnswered(type); });
+  // A refused answer (the centre busy with another banner) still took the bubble off the
+  // screen: the banner is told gone on the turn after, or it would be counted as shown forever.
+  std::weak_ptr<ServerView> weak = weak_from_this();
+  tellLater([type, weak](BannerView::Events& events) {
+    if (events.bannerAnswered(type)) return;
+    if (auto view = weak.lock()) {
+      view->tellLater([](BannerView::Events& later) { later.bannerGone(); });
+    }
+  });
 }
 
 void ServerView::gone() {
@@ -305,6 +320,7 @@ Server::~Server() {
 void Server::askCapabilities() {
   if (capabilitiesAsked) return;
   capabilitiesAsked = true;
+  ++callsUnanswered;
   auto* weak = new std::weak_ptr<Server>(weak_from_this());
   g_dbus_connection_call(
       connection, kName, kPath, kInterface, "GetCapabilities", nullptr, G_VARIANT_TYPE("(as)"),
@@ -316,6 +332,7 @@ void Server::askCapabilities() {
         auto server = owner->lock();
         if (!server) return;
         server->capabilitiesAsked = false;
+        --server->callsUnanswered;
         std::vector<std::string> names;
         if (reply) {
           g_autoptr(GVariantIter) iter = nullptr;
@@ -342,13 +359,17 @@ void Server::answered(uint32_t id, const std::string& key) {
   if (auto view = found->second.lock()) view->answered(key);
 }
 
-void Server::closed(uint32_t id, uint32_t reason) {
+void Server::closed(uint32_t id) {
+  // Our own CloseNotification takes the id out of `shown` before it is sent, so whatever the
+  // reason (even 3, "closed by a call": another client's, or the server's own), a close of an id
+  // still here is one we did not ask for.
   auto found = shown.find(id);
-  if (found == shown.end() || reason == kClosedByCall) return;
+  if (found == shown.end()) return;
   if (auto view = found->second.lock()) view->gone();
 }
 
 void Server::ownerGone() {
+  ownerName.clear();
   capabilities.reset();
   auto views = shown;
   for (const auto& [id, weak] : views) {
@@ -360,8 +381,14 @@ class NotificationServerFactory final : public BannerViewFactory {
  public:
   explicit NotificationServerFactory(std::shared_ptr<Server> server) : server_(std::move(server)) {}
   std::unique_ptr<BannerView> makeView(BannerView::Events& events) override;
+  // A banner taken away while the server had not yet said which bubble it is gets closed once
+  // it does: the answers still due are waited for (at most the calls' time limit, turning this
+  // thread's loop) before what we sent is flushed.
   void flush() override {
-    if (server_->connection) g_dbus_connection_flush_sync(server_->connection, nullptr, nullptr);
+    if (!server_->connection) return;
+    RunLoop::current().runUntil([this] { return server_->callsUnanswered == 0; },
+                                std::chrono::milliseconds(kCallTimeoutMs + 500));
+    g_dbus_connection_flush_sync(server_->connection, nullptr, nullptr);
   }
 
  private:
@@ -397,11 +424,12 @@ guint subscribe(const std::shared_ptr<Server>& server, const char* member, const
   };
   return g_dbus_connection_signal_subscribe(
       server->connection, kName, kInterface, member, kPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-      [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+      [](GDBusConnection*, const gchar* sender, const gchar*, const gchar*, const gchar*,
          GVariant* parameters, gpointer data) {
         auto* subscription = static_cast<Subscription*>(data);
         auto owner = subscription->server.lock();
-        if (!owner || !g_variant_is_of_type(parameters, G_VARIANT_TYPE(subscription->signature))) {
+        if (!owner || !sender || owner->ownerName != sender ||
+            !g_variant_is_of_type(parameters, G_VARIANT_TYPE(subscription->signature))) {
           return;
         }
         subscription->handler(*owner, parameters);
@@ -454,10 +482,17 @@ std::shared_ptr<BannerViewFactory> makeNotificationServer(std::optional<std::str
           guint32 id = 0;
           guint32 reason = 0;
           g_variant_get(parameters, "(uu)", &id, &reason);
-          owner.closed(id, reason);
+          owner.closed(id);
         });
     server->ownerWatch = g_bus_watch_name_on_connection_with_closures(
-        server->connection, kName, G_BUS_NAME_WATCHER_FLAGS_NONE, nullptr,
+        server->connection, kName, G_BUS_NAME_WATCHER_FLAGS_NONE,
+        g_cclosure_new(
+            G_CALLBACK(+[](GDBusConnection*, const gchar*, const gchar* nameOwner, gpointer data) {
+              auto* weak = static_cast<std::weak_ptr<Server>*>(data);
+              if (auto owner = weak->lock()) owner->ownerName = nameOwner ? nameOwner : "";
+            }),
+            new std::weak_ptr<Server>(server),
+            [](gpointer data, GClosure*) { delete static_cast<std::weak_ptr<Server>*>(data); }),
         g_cclosure_new(G_CALLBACK(+[](GDBusConnection*, const gchar*, gpointer data) {
                          auto* weak = static_cast<std::weak_ptr<Server>*>(data);
                          if (auto owner = weak->lock()) owner->ownerGone();

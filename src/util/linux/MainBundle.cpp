@@ -8,8 +8,11 @@
 namespace vexa {
 
 std::string MainBundle::path() {
+  // Login items and their entries are compared as real paths: an image started through a link or
+  // a path with "..", as its runtime may pass it, is named the way the entries are read back.
   if (const char* image = std::getenv("APPIMAGE"); image && image[0] == '/') {
-    if (PathName::isRegularFile(image)) return image;
+    char resolved[PATH_MAX];
+    if (PathName::isRegularFile(image) && ::realpath(image, resolved)) return resolved;
   }
   return executable();
 }

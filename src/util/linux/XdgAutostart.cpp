@@ -182,20 +182,30 @@ bool XdgAutostart::writeEntry(const std::string& file, const std::string& path, 
   return AtomicFile::createFolders(userFolder_) && !AtomicFile::write(file, text);
 }
 
+bool XdgAutostart::nameIsOurs(const std::string& name, const std::string& path) const {
+  // The first file of the name, the user's before the system's, is the one in effect. Ours when
+  // it starts this program, even disabled or hidden: it is turned back on rather than joined by
+  // a second file. Another program's file (or one we cannot read) keeps its name: a user file
+  // written over a system one would take that out of effect.
+  std::vector<std::string> folders{userFolder_};
+  folders.insert(folders.end(), systemFolders_.begin(), systemFolders_.end());
+  for (const auto& folder : folders) {
+    const std::string file = folder + "/" + name;
+    struct stat st {};
+    if (::lstat(file.c_str(), &st) != 0) continue;
+    const auto entry = read(file);
+    return entry && program(*entry) == path;
+  }
+  return true;  // free everywhere
+}
+
 void XdgAutostart::append(const std::string& path) {
   if (!execValue(path)) return;
   const std::string stem = fileStem(name_);
   for (int attempt = 1; attempt <= kNameAttempts; ++attempt) {
-    const std::string file =
-        userFolder_ + "/" + stem + (attempt == 1 ? "" : "-" + std::to_string(attempt)) + kSuffix;
-    struct stat st {};
-    if (::lstat(file.c_str(), &st) == 0) {
-      // Ours when it starts this program, even disabled or hidden: it is turned back on rather
-      // than joined by a second file. Another program's file keeps its name.
-      const auto entry = read(file);
-      if (!entry || program(*entry) != path) continue;
-    }
-    writeEntry(file, path, false);
+    const std::string name = stem + (attempt == 1 ? "" : "-" + std::to_string(attempt)) + kSuffix;
+    if (!nameIsOurs(name, path)) continue;
+    writeEntry(userFolder_ + "/" + name, path, false);
     return;
   }
 }

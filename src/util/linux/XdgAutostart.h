@@ -41,6 +41,9 @@ class XdgAutostart : public LoginItems {
   // Not hidden, not disabled, shown in this desktop, its TryExec found.
   bool inEffect(const DesktopEntry& entry) const;
   bool writeEntry(const std::string& file, const std::string& path, bool hidden) const;
+  // Whether a user file `name` may be written for `path`: no folder has one, or the one in effect
+  // starts `path`.
+  bool nameIsOurs(const std::string& name, const std::string& path) const;
 
   std::string userFolder_;
   std::vector<std::string> systemFolders_;
