@@ -11,8 +11,8 @@ namespace vexa {
 const char* const ProcessStatus::kPsPattern =
     R"([\n^\n]*?\s*(\d+)\s+(\d+.\d+)\s+(\d+.\d+)\s+(\d+)\s+(\d+)\s+([a-zA-Z]+)\s*\n)";
 
-std::shared_ptr<ProcessStatus> ProcessStatus::create() {
-  auto files = MachineFiles::underRoot("/");
+std::shared_ptr<ProcessStatus> ProcessStatus::create(const std::string& root) {
+  auto files = MachineFiles::underRoot(root);
   const uint32_t uid = files->userId();
   return create(LaunchedApplications::ofUser(files, uid), ProcessTool::fromProc(files));
 }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <regex>
+#include <string>
 
 #include "vexa/Export.h"
 #include "vexa/status/ProcessInfo.h"
@@ -25,8 +26,9 @@ class VEXA_EXPORT ProcessStatus : public std::enable_shared_from_this<ProcessSta
   // The pattern the tool's text is read with: one "pid %cpu %mem rss vsz stat" line a match.
   static const char* const kPsPattern;
 
-  // A sampler of this user's applications on this machine, reading /proc.
-  static std::shared_ptr<ProcessStatus> create();
+  // A sampler of this user's applications on the machine under `root` ("/": this one), reading
+  // its /proc and cgroups.
+  static std::shared_ptr<ProcessStatus> create(const std::string& root = "/");
   // A sampler of the given applications and tool (tests pass recorded text).
   static std::shared_ptr<ProcessStatus> create(std::shared_ptr<LaunchedApplications> launched,
                                                std::shared_ptr<ProcessTool> tool);
