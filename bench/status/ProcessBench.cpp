@@ -5,7 +5,9 @@
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@
 #include "status/TopScreen.h"
 #include "support/ChildProcess.h"
 #include "vexa/status/ProcessStatus.h"
+#include "vexa/status/ProcessStatusEx.h"
 
 namespace {
 
@@ -90,5 +93,36 @@ void TopScreen_statLoop(benchmark::State& state) {
   }
 }
 BENCHMARK(TopScreen_statLoop)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+namespace {
+
+// The sampling patterns alone, as std::regex runs them: a ps answer for ten applications and a
+// vexa-top screen of 200 processes.
+void countMatches(benchmark::State& state, const char* pattern, const std::string& text) {
+  const std::regex regex(pattern);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(std::distance(std::sregex_iterator(text.begin(), text.end(), regex),
+                                           std::sregex_iterator()));
+  }
+}
+
+void PsPattern_10lines(benchmark::State& state) {
+  std::string text = "    PID %CPU %MEM   RSS    VSZ STAT\n";
+  for (int i = 0; i < 10; ++i)
+    text += "  " + std::to_string(2000 + i) + "  0.3  0.4 20480 301244 S\n";
+  countMatches(state, vexa::ProcessStatus::kPsPattern, text);
+}
+BENCHMARK(PsPattern_10lines)->Unit(benchmark::kMicrosecond);
+
+void TopPattern_200lines(benchmark::State& state) {
+  std::string text = "PID     %CPU    MEM     PURG    CMPRS   MSGSENT MSGRECV POWER\n";
+  for (int i = 0; i < 200; ++i) {
+    text += std::to_string(2000 + i) + "    12.5    81234K  0B      512K    1500    3200    12.5\n";
+  }
+  countMatches(state, vexa::ProcessStatusEx::kTopPattern, text);
+}
+BENCHMARK(TopPattern_200lines)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
