@@ -1,5 +1,8 @@
 #include "vexa/status/ProcessStatus.h"
 
+#include <algorithm>
+#include <climits>
+
 #include "status/LaunchedApplications.h"
 #include "status/MachineFiles.h"
 #include "status/ProcessText.h"
@@ -7,6 +10,15 @@
 #include "status/SamplerTimer.h"
 
 namespace vexa {
+
+namespace {
+
+// Sizes in KiB beyond 2 TiB do not fit the record's fields: they stay at the largest value.
+int32_t clamped(int64_t value) {
+  return static_cast<int32_t>(std::clamp<int64_t>(value, 0, INT32_MAX));
+}
+
+}  // namespace
 
 const char* const ProcessStatus::kPsPattern =
     R"([\n^\n]*?\s*(\d+)\s+(\d+.\d+)\s+(\d+.\d+)\s+(\d+)\s+(\d+)\s+([a-zA-Z]+)\s*\n)";
@@ -96,10 +108,8 @@ void ProcessStatus::updateInfo() {
       ProcessInfo& info = found->second;
       info.cpu = process_text::decimalNumber(match.str(2));
       info.memory = process_text::decimalNumber(match.str(3));
-      info.phyMemoryPages =
-          static_cast<int32_t>(process_text::wholeNumber(match.str(4)).value_or(0));
-      info.virtMemoryPages =
-          static_cast<int32_t>(process_text::wholeNumber(match.str(5)).value_or(0));
+      info.phyMemoryPages = clamped(process_text::wholeNumber(match.str(4)).value_or(0));
+      info.virtMemoryPages = clamped(process_text::wholeNumber(match.str(5)).value_or(0));
       if (const auto code = process_text::stateCode(match.str(6))) info.stat = *code;
     }
     for (const auto& [pid, info] : processDicts_) infos.push_back(info);

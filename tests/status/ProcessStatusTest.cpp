@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <ostream>
 
 #include "status/LaunchedApplications.h"
@@ -67,24 +68,25 @@ constexpr const char* kProcpsScreen =
     "   2003  0.0  0.0  2048  10020 SX\n"
     "   2004  3.1  0.2  4096  20040 RX\n"
     "   2005  100  9.9 99999 999999 Ss\n"
-    "   7777  1.0  1.0  1000   1000 R\n";
+    "   7777  1.0  1.0  1000   1000 R\n"
+    "   2006  0.0  0.0 99999999999 3000000000 S\n";
 
 TEST(ProcessStatusTest, ReadsEachLineOfARecordedScreenIntoItsRecord) {
   auto tool = std::make_shared<RecordedTool>();
   tool->usageText = kProcpsScreen;
   const auto status = ProcessStatus::create(
-      std::make_shared<FixedApplications>(apps({1, 812, 2001, 2002, 2003, 2004, 2005, 4242})),
+      std::make_shared<FixedApplications>(apps({1, 812, 2001, 2002, 2003, 2004, 2005, 2006, 4242})),
       tool);
   const auto recorder = std::make_shared<ProcessRecorder>();
   status->setDelegate(recorder);
   status->updateInfo();
 
-  EXPECT_EQ(tool->asked, (std::vector<int32_t>{1, 812, 2001, 2002, 2003, 2004, 2005, 4242}));
+  EXPECT_EQ(tool->asked, (std::vector<int32_t>{1, 812, 2001, 2002, 2003, 2004, 2005, 2006, 4242}));
   const auto reports = recorder->plain();
   ASSERT_EQ(reports.size(), 1u);
   ASSERT_TRUE(reports[0]);
   const auto& infos = *reports[0];
-  ASSERT_EQ(infos.size(), 8u);  // the pid the tool did not print (4242) keeps its record
+  ASSERT_EQ(infos.size(), 9u);  // the pid the tool did not print (4242) keeps its record
 
   struct Expected {
     int32_t pid;
@@ -100,6 +102,7 @@ TEST(ProcessStatusTest, ReadsEachLineOfARecordedScreenIntoItsRecord) {
       {2003, 0, 0, 2048, 10020, 2},
       {2004, 3.1, 0.2, 4096, 20040, 3},
       {2005, 100, 9.9, 99999, 999999, 0},
+      {2006, 0, 0, INT32_MAX, INT32_MAX, 0},  // sizes past the fields stay at the largest
       {4242, 0, 0, 0, 0, 0},
   };
   for (const Expected& e : expected) {
