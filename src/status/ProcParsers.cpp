@@ -379,3 +379,65 @@ std::vector<std::string> parseResolvConf(std::string_view text) {
 }
 
 }  // namespace vexa
+
+namespace vexa {
+
+std::optional<PidStat> parsePidStat(std::string_view text) {
+  // The name is the only field that can hold white space or parentheses, so it runs from the
+  // first "(" to the last ")"; everything after that is plain numbers and the state letter.
+  const size_t open = text.find('(');
+  const size_t close = text.rfind(')');
+  if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
+    return std::nullopt;
+  }
+  const auto pid = parseSigned(text.substr(0, open));
+  if (!pid || *pid <= 0 || *pid > INT32_MAX) return std::nullopt;
+  const std::vector<std::string_view> rest = fields(text.substr(close + 1));
+  // rest[0] is field 3 (state); field N sits at rest[N - 3]. rss is field 24.
+  if (rest.size() < 22 || rest[0].size() != 1) return std::nullopt;
+  auto number = [&](size_t field) { return parseUnsigned(rest[field - 3]); };
+  const auto parent = number(4), user = number(14), system = number(15), start = number(22),
+             vsize = number(23);
+  const auto rss = parseSigned(rest[24 - 3]);
+  if (!parent || !user || !system || !start || !vsize || !rss) return std::nullopt;
+  PidStat stat;
+  stat.pid = static_cast<int32_t>(*pid);
+  stat.comm = std::string(text.substr(open + 1, close - open - 1));
+  stat.state = rest[0][0];
+  stat.parentPid = static_cast<uint32_t>(*parent);
+  stat.userTicks = *user;
+  stat.systemTicks = *system;
+  stat.startTicks = *start;
+  stat.virtualBytes = *vsize;
+  // A kernel thread or a zombie has no memory map; the kernel never prints a negative count.
+  stat.residentPages = *rss > 0 ? static_cast<uint64_t>(*rss) : 0;
+  return stat;
+}
+
+std::optional<std::string> statusField(std::string_view text, std::string_view key) {
+  std::optional<std::string> found;
+  forEachLine(text, [&](std::string_view line) {
+    if (found || line.size() <= key.size() || line.substr(0, key.size()) != key ||
+        line[key.size()] != ':') {
+      return;
+    }
+    found = std::string(trim(line.substr(key.size() + 1)));
+  });
+  return found;
+}
+
+std::optional<std::string> environValue(std::string_view block, std::string_view name) {
+  while (!block.empty()) {
+    const size_t end = block.find('\0');
+    const std::string_view entry = block.substr(0, end);
+    if (entry.size() > name.size() && entry.substr(0, name.size()) == name &&
+        entry[name.size()] == '=') {
+      return std::string(entry.substr(name.size() + 1));
+    }
+    if (end == std::string_view::npos) break;
+    block.remove_prefix(end + 1);
+  }
+  return std::nullopt;
+}
+
+}  // namespace vexa

@@ -115,6 +115,28 @@ std::vector<DefaultRoute> parseDefaultRoutes(std::string_view text);
 // The "nameserver" addresses of a resolv.conf, in order.
 std::vector<std::string> parseResolvConf(std::string_view text);
 
+// The fields of /proc/PID/stat that the process samplers use. The command name sits between
+// the first "(" and the last ")" and may itself hold ")", spaces and new lines.
+struct PidStat {
+  int32_t pid = 0;
+  std::string comm;
+  char state = '?';
+  uint32_t parentPid = 0;
+  uint64_t userTicks = 0;
+  uint64_t systemTicks = 0;
+  uint64_t startTicks = 0;     // clock ticks after boot
+  uint64_t virtualBytes = 0;   // vsize
+  uint64_t residentPages = 0;  // rss
+};
+std::optional<PidStat> parsePidStat(std::string_view text);
+
+// The "Name:\tvalue" line of /proc/PID/status for `key` (e.g. "VmSwap" in kB, "Uid"), the value
+// without surrounding white space.
+std::optional<std::string> statusField(std::string_view text, std::string_view key);
+
+// A "NAME=value" entry of a NUL-separated environment block such as /proc/PID/environ.
+std::optional<std::string> environValue(std::string_view block, std::string_view name);
+
 // A value file of sysfs without its trailing new line (and NUL, for device-tree strings);
 // nothing when that leaves it empty.
 std::optional<std::string> trimmedValue(const std::optional<std::string>& text);

@@ -238,5 +238,72 @@ INSTANTIATE_TEST_SUITE_P(
                       WholeCase{"", std::nullopt, std::nullopt},
                       WholeCase{"-", std::nullopt, std::nullopt}));
 
+// /proc/PID/stat as the kernel prints it; the name runs to the last ")" whatever it holds.
+constexpr const char* kStatTail =
+    " S 1 2001 2001 0 -1 4194560 100 0 0 0 10 5 0 0 20 0 4 0 500 123456789 1000 "
+    "18446744073709551615 1 1 0 0 0 0 0 4096 0 0 0 17 3 0 0 0 0 0\n";
+
+TEST(PidStatTest, TakesTheNameToTheLastParenthesis) {
+  const std::pair<std::string, std::string> names[] = {
+      {"bash", "bash"},
+      {"a) (b", "a) (b"},
+      {"x) S 1 2 3 (", "x) S 1 2 3 ("},
+      {"two\nlines", "two\nlines"},
+      {"", ""},
+  };
+  for (const auto& [comm, expected] : names) {
+    const auto stat = parsePidStat("2001 (" + comm + ")" + kStatTail);
+    ASSERT_TRUE(stat) << comm;
+    EXPECT_EQ(stat->comm, expected);
+    EXPECT_EQ(stat->pid, 2001);
+    EXPECT_EQ(stat->state, 'S');
+    EXPECT_EQ(stat->parentPid, 1u);
+    EXPECT_EQ(stat->userTicks, 10u);
+    EXPECT_EQ(stat->systemTicks, 5u);
+    EXPECT_EQ(stat->startTicks, 500u);
+    EXPECT_EQ(stat->virtualBytes, 123456789u);
+    EXPECT_EQ(stat->residentPages, 1000u);
+  }
+}
+
+TEST(PidStatTest, RefusesWhatIsNotAWholeRecord) {
+  const std::string whole = std::string("2001 (a)") + kStatTail;
+  const std::string bad[] = {
+      "",
+      whole.substr(0, whole.size() / 2),  // cut while read: the process ended
+      "2001 a" + std::string(kStatTail),
+      "(a)" + std::string(kStatTail),
+      "-5 (a)" + std::string(kStatTail),
+      "99999999999 (a)" + std::string(kStatTail),
+      "2001 (a) SX 1" + whole.substr(whole.find(" 1 ") + 2),  // two-letter state
+      "2001 (a) S x" + whole.substr(whole.find(" 1 ") + 2),
+  };
+  for (const std::string& text : bad) EXPECT_FALSE(parsePidStat(text)) << text;
+}
+
+TEST(StatusFieldTest, FindsKeysOfStatusAndIoFiles) {
+  const std::string status =
+      "Name:\tsleep\nUid:\t1000\t1000\t1000\t1000\nVmRSS:\t    1792 kB\n"
+      "VmSwap:\t       0 kB\n";
+  EXPECT_EQ(statusField(status, "Uid"), "1000\t1000\t1000\t1000");
+  EXPECT_EQ(statusField(status, "VmRSS"), "1792 kB");
+  EXPECT_EQ(statusField(status, "Vm"), std::nullopt);
+  EXPECT_EQ(statusField(status, "Gid"), std::nullopt);
+  EXPECT_EQ(statusField("syscr: 40\nsyscw: 12", "syscw"), "12");
+}
+
+TEST(EnvironValueTest, FindsWholeNamesInTheBlock) {
+  const std::string block(
+      "A=1\0GIO_LAUNCHED_DESKTOP_FILE_PID=42\0GIO_LAUNCHED_DESKTOP_FILE=/x\0"
+      "EMPTY=\0",
+      73);
+  EXPECT_EQ(environValue(block, "GIO_LAUNCHED_DESKTOP_FILE"), "/x");
+  EXPECT_EQ(environValue(block, "GIO_LAUNCHED_DESKTOP_FILE_PID"), "42");
+  EXPECT_EQ(environValue(block, "A"), "1");
+  EXPECT_EQ(environValue(block, "EMPTY"), "");
+  EXPECT_EQ(environValue(block, "GIO"), std::nullopt);
+  EXPECT_EQ(environValue(std::string_view("A=1", 3), "A"), "1");  // no final NUL
+}
+
 }  // namespace
 }  // namespace vexa

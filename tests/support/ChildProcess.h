@@ -48,6 +48,7 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool running() const { return pid_ > 0 && !exited_; }
+  int pid() const { return pid_; }
   // Never kill(-1, ...): a child that could not be spawned has no process to signal.
   void signal(int sig) {
     if (pid_ > 0) ::kill(pid_, sig);

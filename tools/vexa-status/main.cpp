@@ -1,17 +1,19 @@
 // vexa-status: runs the samplers and prints every call-back they make as one JSON line:
 //
 //   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system"|"disk"|"battery"|
-//    "network", "call": the delegate operation, "data": {...}}
+//    "network"|"process", "call": the delegate operation, "data": {...}}
 //
 // "data" is the sampler's dictionary where the call-back carries one (memory: the memory
 // dictionary, with the virtual-memory and swap dictionaries under "vm" and "swap"; disk: the
 // volumes under "disks"; network: the services under "services"), else the call's arguments by
-// name. System information is one "system" line. After the first battery update a "batteryFigures"
+// name; process: the launched applications' records under "processes" (null when none runs).
+// System information is one "system" line. After the first battery update a "batteryFigures"
 // line gives the battery's own figures; a machine without a battery prints no battery lines.
 //
 //   --json          JSON Lines on standard output (the only output for now)
 //   --once          one sample of every sampler, then exit
-//   --only LIST     memory,cpu,system,disk,battery,network (comma-separated); all by default
+//   --only LIST     memory,cpu,system,disk,battery,network,process (comma-separated); all by
+//                   default
 //   --interval N    seconds between samples (default 1)
 //   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
 
@@ -33,6 +35,7 @@
 #include "vexa/status/DiskStatus.h"
 #include "vexa/status/MemoryStatus.h"
 #include "vexa/status/NetworkStatus.h"
+#include "vexa/status/ProcessStatus.h"
 #include "vexa/status/SystemStatus.h"
 #include "vexa/util/RunLoop.h"
 
@@ -56,14 +59,34 @@ void print(const char* source, const char* call, nlohmann::json data) {
   }
 }
 
-const std::set<std::string> kSources = {"memory", "cpu", "system", "disk", "battery", "network"};
+const std::set<std::string> kSources = {"memory",  "cpu",     "system", "disk",
+                                        "battery", "network", "process"};
 
 class Printer : public vexa::MemoryDelegate,
                 public vexa::CPUDelegate,
                 public vexa::DiskDelegate,
                 public vexa::BatteryDelegate,
-                public vexa::NetworkDelegate {
+                public vexa::NetworkDelegate,
+                public vexa::ProcessStatsDelegate {
  public:
+  void updateProcessStaus(const std::optional<std::vector<vexa::ProcessInfo>>& infos) override {
+    nlohmann::json records;  // null without applications
+    if (infos) {
+      records = nlohmann::json::array();
+      for (const vexa::ProcessInfo& info : *infos) {
+        records.push_back({{"pid", info.pid},
+                           {"appName", info.appName},
+                           {"appPath", info.appPath},
+                           {"cpu", info.cpu},
+                           {"memory", info.memory},
+                           {"phyMemoryPages", info.phyMemoryPages},
+                           {"virtMemoryPages", info.virtMemoryPages},
+                           {"stat", info.stat}});
+      }
+    }
+    print("process", "updateProcessStaus", {{"processes", std::move(records)}});
+  }
+  using vexa::ProcessStatsDelegate::updateProcessStaus;
   void diskDetails(const nlohmann::json& disks) override {
     print("disk", "diskDetails", {{"disks", disks}});
   }
@@ -116,10 +139,11 @@ class Printer : public vexa::MemoryDelegate,
 
 int usage(const char* problem) {
   if (problem) std::fprintf(stderr, "vexa-status: %s\n", problem);
-  std::fprintf(stderr,
-               "usage: vexa-status --json [--once] [--only memory,cpu,system,disk,battery,network] "
-               "[--interval N] "
-               "[--sysroot DIR]\n");
+  std::fprintf(
+      stderr,
+      "usage: vexa-status --json [--once] [--only memory,cpu,system,disk,battery,network,process] "
+      "[--interval N] "
+      "[--sysroot DIR]\n");
   return 2;
 }
 
@@ -141,7 +165,7 @@ int run(int argc, char** argv) {
       std::string name;
       while (std::getline(list, name, ',')) {
         if (!kSources.contains(name)) {
-          return usage("--only takes memory, cpu, system, disk, battery and network");
+          return usage("--only takes memory, cpu, system, disk, battery, network and process");
         }
         only.insert(name);
       }
@@ -182,6 +206,9 @@ int run(int argc, char** argv) {
     if (!battery->isHasBattery()) battery.reset();
   }
   if (only.contains("network")) network = vexa::NetworkStatus::create(root);
+  std::shared_ptr<vexa::ProcessStatus> process;
+  if (only.contains("process")) process = vexa::ProcessStatus::create(root);
+  if (process) process->setDelegate(printer);
   if (memory) memory->setDelegate(printer);
   if (cpu) cpu->setDelegate(printer);
   if (disk) disk->setDelegate(printer);
@@ -219,6 +246,7 @@ int run(int argc, char** argv) {
     if (cpu || network) std::this_thread::sleep_for(std::chrono::milliseconds(250));
     if (cpu) cpu->updateInfo();
     if (network) network->updateInfo();
+    if (process) process->updateInfo();
     return 0;
   }
 
@@ -226,6 +254,7 @@ int run(int argc, char** argv) {
   if (cpu) cpu->setFreshInterval(interval);
   if (disk) disk->setFreshInterval(interval);
   if (network) network->setFreshInterval(interval);
+  if (process) process->setFreshInterval(interval);
   // The battery checks its sources on its own clock and reports changes only.
   vexa::RunLoop loop = vexa::RunLoop::main();
   stopSignals.quitOnSignal(loop);
