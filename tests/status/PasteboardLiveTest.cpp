@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "support/ChildProcess.h"
 #include "vexa/status/Pasteboard.h"
 #include "vexa/status/PasteboardMonitor.h"
@@ -159,6 +161,25 @@ TEST_F(PasteboardLiveTest, RestartedServerIsFollowedAgain) {
   copy("after");
   ASSERT_TRUE(waitForReports(2));
   EXPECT_EQ(recorder_->texts[1], "after");
+}
+
+// The status program prints one line per change. It says nothing when it is ready, so the test
+// copies until it hears.
+TEST_F(PasteboardLiveTest, StatusProgramPrintsClipboardChanges) {
+  ChildProcess tool({VEXA_STATUS_TOOL, "--json", "--only", "clipboard"});
+  std::optional<std::string> line;
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (!line && std::chrono::steady_clock::now() < deadline) {
+    copy("for the program");
+    line = tool.readLine(1500ms);
+  }
+  ASSERT_TRUE(line);
+  const auto report = nlohmann::json::parse(*line, nullptr, false);
+  ASSERT_TRUE(report.is_object()) << *line;
+  EXPECT_EQ(report["source"], "clipboard");
+  EXPECT_EQ(report["call"], "pasteboardChange");
+  EXPECT_GE(report["data"]["changeCount"].get<int64_t>(), 1);
+  EXPECT_TRUE(report["time"].is_number());
 }
 
 // Without an X display there is no clipboard to follow: said once in the log, never reported.
