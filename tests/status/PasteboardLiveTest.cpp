@@ -144,6 +144,22 @@ TEST_F(PasteboardLiveTest, ThreeQuickCopiesGiveOneReport) {
   EXPECT_EQ(recorder_->texts.back(), "four");
 }
 
+// What owners send is handed on as UTF-8 text, or not at all: bytes that are not UTF-8 are
+// replaced, and a text sent in pieces (xclip does so past a few hundred KiB) gives nothing,
+// without holding up the looks.
+TEST_F(PasteboardLiveTest, OwnersTextIsUtf8OrNothing) {
+  copy("caf\xe9");
+  ASSERT_TRUE(waitForReports(1));
+  EXPECT_EQ(recorder_->texts[0], "caf\xef\xbf\xbd");
+
+  copy(std::string(4 << 20, 'x'));
+  ASSERT_TRUE(waitForReports(2));
+  EXPECT_EQ(recorder_->texts[1], "<none>");
+  copy("small again");
+  ASSERT_TRUE(waitForReports(3));
+  EXPECT_EQ(recorder_->texts[2], "small again");
+}
+
 // A new server starts with a new clipboard: its counter starts again without a report, and
 // its own changes are reported.
 TEST_F(PasteboardLiveTest, RestartedServerIsFollowedAgain) {
@@ -157,6 +173,8 @@ TEST_F(PasteboardLiveTest, RestartedServerIsFollowedAgain) {
   // The first look after the restart connects again.
   ASSERT_TRUE(waitForLooks(2));
   EXPECT_EQ(recorder_->texts.size(), 1u);
+  // The new server's clipboard has no owner yet.
+  EXPECT_EQ(pasteboard_->text(), std::nullopt);
 
   copy("after");
   ASSERT_TRUE(waitForReports(2));
