@@ -6,9 +6,9 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config clang-format clang-tidy
   zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev librsvg2-common
-  libplist-dev libudev-dev squashfs-tools
+  libplist-dev libudev-dev libxcb-xfixes0-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  tzdata file procps dbus-daemon python3-psutil inotify-tools
+  tzdata file procps dbus-daemon python3-psutil inotify-tools xvfb xclip
   clang-14 libclang-rt-14-dev
 )
 

@@ -1,7 +1,7 @@
 // vexa-status: runs the samplers and prints every call-back they make as one JSON line:
 //
 //   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system"|"disk"|"battery"|
-//    "network"|"process", "call": the delegate operation, "data": {...}}
+//    "network"|"process"|"clipboard", "call": the delegate operation, "data": {...}}
 //
 // "data" is the sampler's dictionary where the call-back carries one (memory: the memory
 // dictionary, with the virtual-memory and swap dictionaries under "vm" and "swap"; disk: the
@@ -9,11 +9,14 @@
 // name; process: the launched applications' records under "processes" (null when none runs).
 // System information is one "system" line. After the first battery update a "batteryFigures"
 // line gives the battery's own figures; a machine without a battery prints no battery lines.
+// The clipboard has no sample of its own: a "clipboard" line, with the clipboard's change
+// counter, follows each change of its contents (none without an X display, and none with --once).
+// The clipboard is always the session's own, also with --sysroot.
 //
 //   --json          JSON Lines on standard output (the only output for now)
 //   --once          one sample of every sampler, then exit
-//   --only LIST     memory,cpu,system,disk,battery,network,process (comma-separated); all by
-//                   default
+//   --only LIST     memory,cpu,system,disk,battery,network,process,clipboard (comma-separated);
+//                   all by default
 //   --interval N    seconds between samples (default 1)
 //   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
 
@@ -35,6 +38,7 @@
 #include "vexa/status/DiskStatus.h"
 #include "vexa/status/MemoryStatus.h"
 #include "vexa/status/NetworkStatus.h"
+#include "vexa/status/PasteboardMonitor.h"
 #include "vexa/status/ProcessStatus.h"
 #include "vexa/status/SystemStatus.h"
 #include "vexa/util/RunLoop.h"
@@ -59,15 +63,16 @@ void print(const char* source, const char* call, nlohmann::json data) {
   }
 }
 
-const std::set<std::string> kSources = {"memory",  "cpu",     "system", "disk",
-                                        "battery", "network", "process"};
+const std::set<std::string> kSources = {"memory",  "cpu",     "system",  "disk",
+                                        "battery", "network", "process", "clipboard"};
 
 class Printer : public vexa::MemoryDelegate,
                 public vexa::CPUDelegate,
                 public vexa::DiskDelegate,
                 public vexa::BatteryDelegate,
                 public vexa::NetworkDelegate,
-                public vexa::ProcessStatsDelegate {
+                public vexa::ProcessStatsDelegate,
+                public vexa::PasteboardMonitorDelegate {
  public:
   void updateProcessStaus(const std::optional<std::vector<vexa::ProcessInfo>>& infos) override {
     nlohmann::json records;  // null without applications
@@ -87,6 +92,10 @@ class Printer : public vexa::MemoryDelegate,
     print("process", "updateProcessStaus", {{"processes", std::move(records)}});
   }
   using vexa::ProcessStatsDelegate::updateProcessStaus;
+  void pasteboardChange(vexa::Pasteboard&) override {
+    print("clipboard", "pasteboardChange",
+          {{"changeCount", vexa::PasteboardMonitor::shared().lastChangeCount()}});
+  }
   void diskDetails(const nlohmann::json& disks) override {
     print("disk", "diskDetails", {{"disks", disks}});
   }
@@ -139,11 +148,11 @@ class Printer : public vexa::MemoryDelegate,
 
 int usage(const char* problem) {
   if (problem) std::fprintf(stderr, "vexa-status: %s\n", problem);
-  std::fprintf(
-      stderr,
-      "usage: vexa-status --json [--once] [--only memory,cpu,system,disk,battery,network,process] "
-      "[--interval N] "
-      "[--sysroot DIR]\n");
+  std::fprintf(stderr,
+               "usage: vexa-status --json [--once] "
+               "[--only memory,cpu,system,disk,battery,network,process,clipboard] "
+               "[--interval N] "
+               "[--sysroot DIR]\n");
   return 2;
 }
 
@@ -165,7 +174,8 @@ int run(int argc, char** argv) {
       std::string name;
       while (std::getline(list, name, ',')) {
         if (!kSources.contains(name)) {
-          return usage("--only takes memory, cpu, system, disk, battery, network and process");
+          return usage(
+              "--only takes memory, cpu, system, disk, battery, network, process and clipboard");
         }
         only.insert(name);
       }
@@ -255,6 +265,10 @@ int run(int argc, char** argv) {
   if (disk) disk->setFreshInterval(interval);
   if (network) network->setFreshInterval(interval);
   if (process) process->setFreshInterval(interval);
+  if (only.contains("clipboard")) {
+    vexa::PasteboardMonitor::shared().setDelegate(printer);
+    vexa::PasteboardMonitor::shared().start();
+  }
   // The battery checks its sources on its own clock and reports changes only.
   vexa::RunLoop loop = vexa::RunLoop::main();
   stopSignals.quitOnSignal(loop);
