@@ -8,7 +8,7 @@ packages=(
   zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev librsvg2-common
   libplist-dev libudev-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  tzdata file procps dbus-daemon python3-psutil inotify-tools iproute2
+  tzdata file procps dbus-daemon python3-psutil python3-dbusmock inotify-tools iproute2
   clang-14 libclang-rt-14-dev
 )
 
