@@ -1,5 +1,5 @@
-// Network changes from the kernel's routing socket: link, address and route announcements of
-// the process's network namespace.
+// Network changes from the kernel's routing socket (link, address and route announcements of
+// the process's network namespace) and from the network manager while it runs.
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "status/NetworkChanges.h"
+#include "status/NetworkDaemon.h"
 #include "util/FdWatch.h"
 #include "util/UniqueFd.h"
 #include "vexa/util/SystemLog.h"
@@ -63,6 +64,15 @@ bool drain(int socket) {
 class RtnetlinkChanges final : public NetworkChanges {
  public:
   bool start(std::function<void()> changed) override {
+    // The manager's view changes without the kernel's at times (a connection renamed, name
+    // servers set), and the kernel's without the manager's (links it does not manage).
+    manager_ = NetworkDaemon::system();
+    const bool managerHeard = manager_ && manager_->follow(changed);
+    return listenToKernel(std::move(changed)) || managerHeard;
+  }
+
+ private:
+  bool listenToKernel(std::function<void()> changed) {
     auto socket = std::make_shared<UniqueFd>(
         ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE));
     if (!*socket) return fail("cannot open a routing socket");
@@ -81,14 +91,13 @@ class RtnetlinkChanges final : public NetworkChanges {
     return true;
   }
 
- private:
   static bool fail(const char* what) {
-    SystemLog::log("%s (%s): network services are looked at afresh at every sample", what,
-                   std::strerror(errno));
+    SystemLog::log("%s (%s): the kernel's network changes go unheard", what, std::strerror(errno));
     return false;
   }
 
   std::unique_ptr<FdWatch> watch_;
+  std::unique_ptr<NetworkDaemon> manager_;
 };
 
 }  // namespace
