@@ -1,15 +1,11 @@
-// The power daemon on the system bus, over a connection of our own (never the process's shared
-// one, so neither the host's use of it nor a bus that comes and goes can get in each other's
-// way). Calls never start the daemon and time out after a few seconds.
+// The power daemon on the system bus: its devices, the display device that sums up the
+// batteries, and the signals that tell of changes.
 #include <gio/gio.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "status/PowerDaemon.h"
-#include "util/RunGuarded.h"
-#include "vexa/util/RunLoop.h"
-#include "vexa/util/SystemLog.h"
+#include "status/linux/SystemBusConnection.h"
 
 namespace vexa {
 
@@ -20,8 +16,6 @@ constexpr const char* kPath = "/org/freedesktop/UPower";
 constexpr const char* kInterface = "org.freedesktop.UPower";
 constexpr const char* kDeviceInterface = "org.freedesktop.UPower.Device";
 constexpr const char* kDisplayDevice = "/org/freedesktop/UPower/devices/DisplayDevice";
-constexpr const char* kSystemBus = "unix:path=/run/dbus/system_bus_socket";
-constexpr int kCallTimeoutMs = 3000;
 // The daemon's device types.
 constexpr guint32 kLinePowerType = 1;
 constexpr guint32 kBatteryType = 2;
@@ -111,14 +105,10 @@ PowerDevice deviceFrom(const std::string& path, GVariant* properties) {
 
 class UPowerDaemon final : public PowerDaemon {
  public:
-  explicit UPowerDaemon(GDBusConnection* connection) : connection_(connection) {}
-  ~UPowerDaemon() override {
-    for (const guint id : subscriptions_) g_dbus_connection_signal_unsubscribe(connection_, id);
-    g_object_unref(connection_);
-  }
+  explicit UPowerDaemon(std::unique_ptr<SystemBusConnection> bus) : bus_(std::move(bus)) {}
 
   std::optional<Devices> devices() override {
-    GVariant* listed = call(kPath, kInterface, "EnumerateDevices", nullptr, "(ao)");
+    GVariant* listed = bus_->call(kPath, kInterface, "EnumerateDevices", nullptr, "(ao)");
     if (listed == nullptr) return std::nullopt;
     Devices found;
     GVariantIter* paths = nullptr;
@@ -143,88 +133,33 @@ class UPowerDaemon final : public PowerDaemon {
   }
 
   bool follow(std::function<void()> changed) override {
-    RunLoop::current();  // the calling thread's loop is where signals are delivered
     auto shared = std::make_shared<std::function<void()>>(std::move(changed));
-    subscribe(kName, "org.freedesktop.DBus.Properties", "PropertiesChanged", nullptr,
-              kDeviceInterface, shared);
-    subscribe(kName, kInterface, "DeviceAdded", kPath, nullptr, shared);
-    subscribe(kName, kInterface, "DeviceRemoved", kPath, nullptr, shared);
-    // The daemon starting or stopping: its name changing owner.
-    subscribe("org.freedesktop.DBus", "org.freedesktop.DBus", "NameOwnerChanged",
-              "/org/freedesktop/DBus", kName, shared);
+    bus_->subscribe("org.freedesktop.DBus.Properties", "PropertiesChanged", kDeviceInterface,
+                    shared);
+    bus_->subscribe(kInterface, "DeviceAdded", nullptr, shared);
+    bus_->subscribe(kInterface, "DeviceRemoved", nullptr, shared);
+    bus_->followOwner(shared);
     return true;
   }
 
  private:
-  // The reply, or null after logging why there is none.
-  GVariant* call(const char* path, const char* interface, const char* method, GVariant* parameters,
-                 const char* replyType) {
-    g_autoptr(GError) error = nullptr;
-    GVariant* reply = g_dbus_connection_call_sync(
-        connection_, kName, path, interface, method, parameters, G_VARIANT_TYPE(replyType),
-        G_DBUS_CALL_FLAGS_NO_AUTO_START, kCallTimeoutMs, nullptr, &error);
-    if (reply == nullptr) {
-      // Said once for as long as the same thing goes wrong: a machine without the daemon
-      // would otherwise say so at every reading.
-      if (lastError_ != error->message) {
-        lastError_ = error->message;
-        SystemLog::log("power daemon: %s %s: %s; reading the power-supply files", path, method,
-                       error->message);
-      }
-    } else {
-      lastError_.clear();
-    }
-    return reply;
-  }
-
   std::optional<PowerDevice> properties(const char* path) {
-    GVariant* reply = call(path, "org.freedesktop.DBus.Properties", "GetAll",
-                           g_variant_new("(s)", kDeviceInterface), "(a{sv})");
-    if (reply == nullptr) return std::nullopt;
-    GVariant* all = g_variant_get_child_value(reply, 0);
+    GVariant* all = bus_->properties(path, kDeviceInterface);
+    if (all == nullptr) return std::nullopt;
     PowerDevice device = deviceFrom(path, all);
     g_variant_unref(all);
-    g_variant_unref(reply);
     return device;
   }
 
-  void subscribe(const char* sender, const char* interface, const char* member, const char* path,
-                 const char* arg0, const std::shared_ptr<std::function<void()>>& changed) {
-    subscriptions_.push_back(g_dbus_connection_signal_subscribe(
-        connection_, sender, interface, member, path, arg0, G_DBUS_SIGNAL_FLAGS_NONE,
-        [](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*, GVariant*,
-           gpointer data) {
-          runGuarded("power daemon signal",
-                     **static_cast<std::shared_ptr<std::function<void()>>*>(data));
-        },
-        new std::shared_ptr<std::function<void()>>(changed),
-        [](gpointer data) { delete static_cast<std::shared_ptr<std::function<void()>>*>(data); }));
-  }
-
-  GDBusConnection* connection_;
-  std::vector<guint> subscriptions_;
-  std::string lastError_;
+  std::unique_ptr<SystemBusConnection> bus_;
 };
 
 }  // namespace
 
 std::unique_ptr<PowerDaemon> PowerDaemon::system() {
-  const char* set = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
-  const std::string address = set && *set ? set : kSystemBus;
-  g_autoptr(GError) error = nullptr;
-  GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
-      address.c_str(),
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, &error);
-  if (connection == nullptr) {
-    SystemLog::log("no system bus for the power daemon (%s): reading the power-supply files",
-                   error->message);
-    return nullptr;
-  }
-  // The connection is ours alone: its end must not end the process.
-  g_dbus_connection_set_exit_on_close(connection, FALSE);
-  return std::make_unique<UPowerDaemon>(connection);
+  auto bus = SystemBusConnection::open(kName, "power daemon");
+  if (!bus) return nullptr;
+  return std::make_unique<UPowerDaemon>(std::move(bus));
 }
 
 }  // namespace vexa
