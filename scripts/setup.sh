@@ -8,7 +8,8 @@ packages=(
   zlib1g-dev nlohmann-json3-dev libglib2.0-dev libgdk-pixbuf-2.0-dev librsvg2-common
   libplist-dev libudev-dev libxcb-xfixes0-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev
-  tzdata file procps dbus-daemon python3-psutil inotify-tools xvfb xclip
+  tzdata file procps dbus-daemon python3-psutil python3-dbusmock inotify-tools iproute2
+  xvfb xclip
   clang-14 libclang-rt-14-dev
 )
 

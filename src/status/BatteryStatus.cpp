@@ -5,6 +5,7 @@
 #include <functional>
 #include <vector>
 
+#include "status/DaemonPowerSources.h"
 #include "status/MachineFiles.h"
 #include "status/PowerSources.h"
 #include "status/SamplerTimer.h"
@@ -57,13 +58,19 @@ BatteryStatus* BatteryStatus::shared() {
 }
 
 std::shared_ptr<BatteryStatus> BatteryStatus::create(const std::string& root) {
-  return withSources(std::make_unique<SysfsPowerSupplies>(MachineFiles::underRoot(root)),
+  auto files = std::make_unique<SysfsPowerSupplies>(MachineFiles::underRoot(root));
+  // A captured tree has no daemon of its own.
+  if (!root.empty() && root != "/") return withSources(std::move(files), kCheckSeconds);
+  return withSources(std::make_unique<DaemonPowerSources>(PowerDaemon::system(), std::move(files)),
                      kCheckSeconds);
 }
 
 std::shared_ptr<BatteryStatus> BatteryStatus::withSources(std::unique_ptr<PowerSources> sources,
                                                           int checkSeconds) {
   std::shared_ptr<BatteryStatus> status(new BatteryStatus(std::move(sources)));
+  status->sources_->follow([weak = status->weak_from_this()] {
+    if (const auto self = weak.lock()) self->checkForChange();
+  });
   if (checkSeconds > 0) {
     status->checkTimer_->set(checkSeconds, [weak = status->weak_from_this()] {
       if (const auto self = weak.lock()) self->checkForChange();

@@ -4,6 +4,7 @@
 
 #include "status/InterfaceAddresses.h"
 #include "status/MachineFiles.h"
+#include "status/NetworkDaemon.h"
 #include "status/ProcParsers.h"
 #include "status/TrafficBook.h"
 #include "util/PathName.h"
@@ -25,6 +26,29 @@ bool isInterfaceName(const std::string& name) {
          name != "..";
 }
 
+// "255.255.255.0" for 24; empty for what is no IPv4 prefix.
+std::string prefixMask(uint32_t prefix) {
+  if (prefix > 32) return {};
+  const uint32_t mask = prefix == 0 ? 0 : ~uint32_t{0} << (32 - prefix);
+  return std::to_string(mask >> 24) + "." + std::to_string((mask >> 16) & 0xff) + "." +
+         std::to_string((mask >> 8) & 0xff) + "." + std::to_string(mask & 0xff);
+}
+
+// The manager's connection types, as the services name them.
+std::string connectionTypeOf(const std::string& type) {
+  if (type == "802-3-ethernet") return "Ethernet";
+  if (type == "802-11-wireless") return "IEEE80211";
+  if (type == "pppoe" || type == "gsm" || type == "cdma") return "PPP";
+  return type;
+}
+
+const ActiveConnection* primaryOf(const std::vector<ActiveConnection>& connections) {
+  for (const auto& connection : connections) {
+    if (connection.primary) return &connection;
+  }
+  return nullptr;
+}
+
 // Addresses held by a captured machine: none, as addresses are not files.
 class NoAddresses final : public InterfaceAddresses {
  public:
@@ -39,15 +63,22 @@ std::unique_ptr<NetManage> NetManage::create(const std::string& root) {
       live ? InterfaceAddresses::system() : std::make_unique<NoAddresses>();
   return std::make_unique<NetManage>(
       MachineFiles::underRoot(root), std::move(addresses),
-      live ? std::shared_ptr<NetPPP>(&NetPPP::shared(), [](NetPPP*) {}) : NetPPP::create(root));
+      live ? std::shared_ptr<NetPPP>(&NetPPP::shared(), [](NetPPP*) {}) : NetPPP::create(root),
+      live ? NetworkDaemon::system() : nullptr);
 }
 
 NetManage::NetManage(std::shared_ptr<MachineFiles> files,
                      std::unique_ptr<InterfaceAddresses> addresses, std::shared_ptr<NetPPP> ppp)
+    : NetManage(std::move(files), std::move(addresses), std::move(ppp), nullptr) {}
+
+NetManage::NetManage(std::shared_ptr<MachineFiles> files,
+                     std::unique_ptr<InterfaceAddresses> addresses, std::shared_ptr<NetPPP> ppp,
+                     std::unique_ptr<NetworkDaemon> daemon)
     : files_(std::move(files)),
       addresses_(std::move(addresses)),
       ppp_(std::move(ppp)),
-      traffic_(std::make_unique<TrafficBook>()) {}
+      traffic_(std::make_unique<TrafficBook>()),
+      daemon_(std::move(daemon)) {}
 
 NetManage::~NetManage() = default;
 
@@ -72,7 +103,22 @@ bool NetManage::isLoopback(const std::string& name) const {
   return name == "lo" || trimmedValue(files_->read(folderOf(name) + "/type")) == kLoopbackType;
 }
 
+const std::vector<ActiveConnection>* NetManage::managed() {
+  if (!connectionsAsked_) {
+    connectionsAsked_ = true;
+    connections_.reset();
+    if (daemon_) {
+      if (auto found = daemon_->activeConnections()) {
+        connections_ = std::make_unique<std::vector<ActiveConnection>>(std::move(*found));
+      }
+    }
+  }
+  return connections_.get();
+}
+
 void NetManage::clearHistory() {
+  connectionsAsked_ = false;
+  connections_.reset();
   interfaceDetails_.reset();
   primaryName_.reset();
   primaryKnown_ = false;
@@ -83,7 +129,11 @@ std::optional<std::string> NetManage::queryMainInterfaceName() {
   if (!primaryKnown_) {
     primaryKnown_ = true;
     primaryName_.reset();
-    if (const auto table = files_->read("/proc/net/route")) {
+    if (const auto* connections = managed()) {
+      if (const auto* primary = primaryOf(*connections); primary && !primary->interfaces.empty()) {
+        primaryName_ = primary->interfaces.front();
+      }
+    } else if (const auto table = files_->read("/proc/net/route")) {
       for (const auto& route : parseDefaultRoutes(*table)) {
         if (isInterfaceName(route.interface)) {
           primaryName_ = route.interface;
@@ -95,10 +145,24 @@ std::optional<std::string> NetManage::queryMainInterfaceName() {
   return primaryName_;
 }
 
-std::optional<std::string> NetManage::queryMainServiceID() { return queryMainInterfaceName(); }
+std::optional<std::string> NetManage::queryMainServiceID() {
+  if (const auto* connections = managed()) {
+    if (const auto* primary = primaryOf(*connections)) return primary->uuid;
+    return std::nullopt;
+  }
+  return queryMainInterfaceName();
+}
 
 std::optional<std::string> NetManage::queryInterfaceNameWithServiceID(
     const std::string& serviceId) {
+  if (const auto* connections = managed()) {
+    for (const auto& connection : *connections) {
+      if (connection.uuid == serviceId && !connection.interfaces.empty()) {
+        return connection.interfaces.front();
+      }
+    }
+    return std::nullopt;
+  }
   if (!isInterfaceName(serviceId) || files_->list(folderOf(serviceId)).empty()) {
     return std::nullopt;
   }
@@ -106,6 +170,13 @@ std::optional<std::string> NetManage::queryInterfaceNameWithServiceID(
 }
 
 std::optional<std::string> NetManage::queryServiceWithInterfaceName(const std::string& name) {
+  if (const auto* connections = managed()) {
+    for (const auto& connection : *connections) {
+      const auto& names = connection.interfaces;
+      if (std::find(names.begin(), names.end(), name) != names.end()) return connection.uuid;
+    }
+    return std::nullopt;
+  }
   return queryInterfaceNameWithServiceID(name);
 }
 
@@ -127,9 +198,10 @@ uint64_t NetManage::querySpeedWithServiceID(const std::string& serviceId) {
   if (const auto found = serviceSpeed_.find(serviceId); found != serviceSpeed_.end()) {
     return found->second;
   }
-  const uint64_t speed = isInterfaceName(serviceId) && isHardware(serviceId)
-                             ? speedForInterfaceName(serviceId)
-                             : kDefaultSpeed;
+  const std::string name =
+      managed() ? queryInterfaceNameWithServiceID(serviceId).value_or("") : serviceId;
+  const uint64_t speed =
+      isInterfaceName(name) && isHardware(name) ? speedForInterfaceName(name) : kDefaultSpeed;
   serviceSpeed_[serviceId] = speed;
   return speed;
 }
@@ -216,10 +288,54 @@ nlohmann::json NetManage::serviceRecord(const std::string& name, const std::stri
   return record;
 }
 
+nlohmann::json NetManage::managedRecord(const ActiveConnection& connection,
+                                        const std::vector<InterfaceAddress>& addresses,
+                                        const std::vector<DefaultRoute>& routes) {
+  const std::string name = connection.interfaces.empty() ? "" : connection.interfaces.front();
+  // What the interface's files tell (its kind, link, speed, IPv6 addresses), then the
+  // manager's own view of the connection over it.
+  nlohmann::json record =
+      isInterfaceName(name) ? serviceRecord(name, connection.primary ? name : "", addresses, routes)
+                            : nlohmann::json::object();
+  record["service_id"] = connection.uuid;
+  record["is_primary"] = connection.primary;
+  record["user_defind_name"] = connection.id;
+  if (!name.empty()) record["device_name"] = name;
+  if (!record.contains("connection_type") && !connection.type.empty()) {
+    record["connection_type"] = connectionTypeOf(connection.type);
+  }
+  for (const char* key : {"ipv4_addresses", "ipv4_subnetmasks", "ipv4_router", "ipv4_dns"}) {
+    record.erase(key);
+  }
+  if (!connection.ipv4.empty()) {
+    nlohmann::json v4 = nlohmann::json::array();
+    nlohmann::json masks = nlohmann::json::array();
+    for (const auto& address : connection.ipv4) {
+      v4.push_back(address.address);
+      masks.push_back(prefixMask(address.prefix));
+    }
+    record["ipv4_addresses"] = v4;
+    record["ipv4_subnetmasks"] = masks;
+  }
+  if (!connection.gateway.empty()) record["ipv4_router"] = connection.gateway;
+  if (!connection.dns.empty()) record["ipv4_dns"] = connection.dns;
+  return record;
+}
+
 nlohmann::json NetManage::queryInterfaceLists() {
   if (interfaceDetails_) {
     // Records holding "pppstatus" would be refreshed here; none is built with that key.
     return *interfaceDetails_;
+  }
+  if (const auto* connections = managed()) {
+    const auto addresses = addresses_->list();
+    const auto routes = parseDefaultRoutes(files_->read("/proc/net/route").value_or(""));
+    nlohmann::json list = nlohmann::json::array();
+    for (const auto& connection : *connections) {
+      list.push_back(managedRecord(connection, addresses, routes));
+    }
+    interfaceDetails_ = list;
+    return list;
   }
   std::vector<std::string> names;
   std::vector<std::string> addressed;
@@ -269,7 +385,8 @@ nlohmann::json NetManage::interfaceConfigWithName(const std::string& name) {
   const std::string interface = name == "primary" ? queryMainInterfaceName().value_or("") : name;
   nlohmann::json config = {{"name", name}};
   if (interface.empty()) return config;
-  config["service"] = interface;
+  config["service"] =
+      managed() ? queryServiceWithInterfaceName(interface).value_or(interface) : interface;
   config["statname"] = interface;
   config["speed"] = querySpeedWithServiceID(interface);
   config["interfaceup"] = isUpWithinterfaceName(interface);

@@ -1,5 +1,6 @@
 #include "vexa/status/NetworkStatus.h"
 
+#include "status/NetworkChanges.h"
 #include "status/SamplerTimer.h"
 #include "util/PathName.h"
 
@@ -14,15 +15,31 @@ NetworkStatus* NetworkStatus::shared() {
 }
 
 std::shared_ptr<NetworkStatus> NetworkStatus::create(const std::string& root) {
-  auto status = withManager(NetManage::create(root));
+  const bool live = root.empty() || root == "/";
+  // A captured tree never changes: its services are found once.
+  auto status = withManager(NetManage::create(root), live ? NetworkChanges::system() : nullptr);
+  if (!live) status->clearEverySample_ = false;
   status->setFreshInterval(1);
   return status;
 }
 
-std::shared_ptr<NetworkStatus> NetworkStatus::withManager(std::unique_ptr<NetManage> manager) {
+std::shared_ptr<NetworkStatus> NetworkStatus::withManager(std::unique_ptr<NetManage> manager,
+                                                          std::unique_ptr<NetworkChanges> changes) {
   // The first traffic reading is the base the first sample is measured from.
   manager->netStatsWithInterval(1.0);
-  return std::shared_ptr<NetworkStatus>(new NetworkStatus(std::move(manager)));
+  std::shared_ptr<NetworkStatus> status(new NetworkStatus(std::move(manager)));
+  if (changes && changes->start([weak = status->weak_from_this()] {
+        if (const auto self = weak.lock()) self->configurationChanged();
+      })) {
+    status->changes_ = std::move(changes);
+    status->clearEverySample_ = false;
+  }
+  return status;
+}
+
+void NetworkStatus::configurationChanged() {
+  std::lock_guard guard(lock_);
+  netManage_->clearHistory();
 }
 
 NetworkStatus::NetworkStatus(std::unique_ptr<NetManage> manager)
@@ -95,8 +112,7 @@ void NetworkStatus::updateInfo() {
   std::vector<nlohmann::json> sends;
   {
     std::lock_guard guard(lock_);
-    // Nothing tells of configuration changes yet: every sample looks at the services afresh.
-    netManage_->clearHistory();
+    if (clearEverySample_) netManage_->clearHistory();
     if (const auto primary = netManage_->queryMainInterfaceName(); primary && !primary->empty()) {
       preferredInterfaceInfo_ = netManage_->interfaceConfigWithName(*primary);
     }

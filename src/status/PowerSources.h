@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 
 #include <nlohmann/json.hpp>
@@ -31,6 +32,10 @@ class PowerSources {
   virtual ~PowerSources() = default;
   // The sources now. Never throws; missing figures are left out.
   virtual PowerSnapshot read() = 0;
+  // Starts calling `changed` on the calling thread's run loop when the sources announce that
+  // they changed, until the object is destroyed. False when they announce nothing: then only
+  // reading again tells.
+  virtual bool follow(std::function<void()> changed) = 0;
 };
 
 }  // namespace vexa

@@ -118,6 +118,12 @@ std::vector<SysfsPowerSupplies::Supply> SysfsPowerSupplies::supplies() const {
 
 PowerSnapshot SysfsPowerSupplies::read() { return summarize(supplies()); }
 
+// The files announce nothing of their own.
+bool SysfsPowerSupplies::follow(std::function<void()> changed) {
+  (void)changed;
+  return false;
+}
+
 PowerSnapshot SysfsPowerSupplies::summarize(const std::vector<Supply>& supplies) {
   std::vector<const Supply*> batteries;
   bool hasMains = false;

@@ -20,6 +20,7 @@ class SysfsPowerSupplies final : public PowerSources {
 
   explicit SysfsPowerSupplies(std::shared_ptr<MachineFiles> files);
   PowerSnapshot read() override;
+  bool follow(std::function<void()> changed) override;
 
   // The supplies under the root, in name order, each with a "name" entry for its folder.
   std::vector<Supply> supplies() const;

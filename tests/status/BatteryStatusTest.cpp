@@ -14,6 +14,11 @@ class ScriptedSources : public PowerSources {
  public:
   explicit ScriptedSources(std::shared_ptr<PowerSnapshot> now) : now_(std::move(now)) {}
   PowerSnapshot read() override { return *now_; }
+  bool follow(std::function<void()> changed) override {
+    announce = std::move(changed);
+    return true;
+  }
+  std::function<void()> announce;
 
  private:
   std::shared_ptr<PowerSnapshot> now_;
@@ -118,6 +123,30 @@ INSTANTIATE_TEST_SUITE_P(
         RuleCase{"ZeroMaxCapacity", 3600, source(10, 0, true, false), 0, {"remaining 1:00"}},
         RuleCase{"WrongTypes", 3600, {{"Is Present", "yes"}, {"Current Capacity", "10"}}, 0, {}}),
     [](const auto& param) { return std::string(param.param.name); });
+
+TEST(BatteryStatusTest, AnnouncedChangesAreReadAndToldOnlyWhenNew) {
+  auto now = std::make_shared<PowerSnapshot>();
+  now->timeRemaining = 3600;
+  now->sources = nlohmann::json::array({source(50, 100, true, false)});
+  auto sources = std::make_unique<ScriptedSources>(now);
+  ScriptedSources* announcer = sources.get();
+  auto status = BatteryStatus::withSources(std::move(sources), 0);
+  auto calls = std::make_shared<BatteryCalls>();
+  status->setDelegate(calls);
+  ASSERT_TRUE(announcer->announce);
+  announcer->announce();
+  EXPECT_EQ(calls->calls, std::vector<std::string>{"remaining 1:00"});
+  calls->calls.clear();
+  announcer->announce();  // nothing changed
+  EXPECT_TRUE(calls->calls.empty());
+  now->sources = nlohmann::json::array({source(20, 100, true, false)});
+  announcer->announce();
+  EXPECT_EQ(calls->calls, (std::vector<std::string>{"remaining 1:00", "left 20%"}));
+  // Announcements after the watcher is gone reach nothing.
+  auto late = announcer->announce;
+  status.reset();
+  late();
+}
 
 TEST(BatteryStatusTest, TemperatureInBothScales) {
   auto now = std::make_shared<PowerSnapshot>();

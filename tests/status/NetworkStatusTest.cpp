@@ -3,12 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <functional>
 #include <ostream>
 
 #include "status/InterfaceAddresses.h"
 #include "status/MachineFiles.h"
+#include "status/NetworkChanges.h"
 #include "status/ProcParsers.h"
 #include "status/TrafficBook.h"
+#include "support/TempDir.h"
 
 namespace vexa {
 namespace {
@@ -267,6 +271,66 @@ INSTANTIATE_TEST_SUITE_P(Counts, NetworkHistoryTest,
                                            HistoryCase{0, {1, 1, 1, 1, 1}},
                                            HistoryCase{2, {1, 2, 3, 2, 3}},
                                            HistoryCase{3, {1, 2, 3, 4, 3}}));
+
+// Changes announced by the test; `starts` false stands for a machine where none can be heard.
+class ToldChanges final : public NetworkChanges {
+ public:
+  ToldChanges(bool starts, std::function<void()>* tell) : starts_(starts), tell_(tell) {}
+  bool start(std::function<void()> changed) override {
+    if (starts_) *tell_ = std::move(changed);
+    return starts_;
+  }
+
+ private:
+  bool starts_;
+  std::function<void()>* tell_;
+};
+
+struct ChangesCase {
+  const char* name;
+  bool heard;  // changes can be heard
+  // The primary service after the default route moves to docker0, before and after the change
+  // is announced.
+  const char* beforeTold;
+  const char* afterTold;
+};
+void PrintTo(const ChangesCase& c, std::ostream* os) { *os << c.name; }
+
+class NetworkChangesTest : public ::testing::TestWithParam<ChangesCase> {};
+
+TEST_P(NetworkChangesTest, ServicesLastUntilAChangeIsAnnounced) {
+  test::TempDir machine;
+  std::filesystem::copy(laptop(), machine.path(), std::filesystem::copy_options::recursive);
+  std::function<void()> tell;
+  auto status = NetworkStatus::withManager(
+      std::make_unique<NetManage>(MachineFiles::underRoot(machine.path()),
+                                  std::make_unique<FixedAddresses>(), NetPPP::create(laptop())),
+      std::make_unique<ToldChanges>(GetParam().heard, &tell));
+  auto recorder = std::make_shared<RecordingNetwork>();
+  status->setDelegate(recorder);
+  const auto primary = [&] {
+    recorder->calls.clear();
+    status->updateInfo();
+    return recorder->calls.empty() ? std::string()
+                                   : recorder->calls.back()[0].value("device_name", "");
+  };
+  EXPECT_EQ(primary(), "wlp0s20f3");
+  machine.write(
+      "proc/net/route",
+      "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
+      "docker0\t00000000\t010011AC\t0003\t0\t0\t0\t00000000\t0\t0\t0\n");
+  EXPECT_EQ(primary(), GetParam().beforeTold);
+  if (tell) tell();
+  EXPECT_EQ(primary(), GetParam().afterTold);
+  // Traffic is booked at every sample either way.
+  EXPECT_EQ(status->netHistoryData().size(), 1u);
+  EXPECT_TRUE(status->netHistoryData().back().contains("docker0"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, NetworkChangesTest,
+                         ::testing::Values(ChangesCase{"heard", true, "wlp0s20f3", "docker0"},
+                                           ChangesCase{"unheard", false, "docker0", "docker0"}),
+                         [](const auto& param) { return std::string(param.param.name); });
 
 }  // namespace
 }  // namespace vexa

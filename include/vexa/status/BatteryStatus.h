@@ -19,15 +19,17 @@ struct PowerSnapshot;
 
 // Follows the machine's power sources and tells its delegate about the battery: still
 // calculating, time left, charged, time to full, and the charge level crossing 20 % on battery
-// or 50 % while charging. The sources are read again every 30 seconds on the run loop of the
-// thread that made the object, and an update is made only when they changed. While on battery
-// a 60-second timer counts the time since the machine was unplugged.
+// or 50 % while charging. The sources are read again every 30 seconds, and whenever they
+// announce a change, on the run loop of the thread that made the object; an update is made only
+// when they changed. While on battery a 60-second timer counts the time since the machine was
+// unplugged.
 class VEXA_EXPORT BatteryStatus : public std::enable_shared_from_this<BatteryStatus> {
  public:
   // The process's battery watcher of this machine.
   static BatteryStatus* shared();
-  // A watcher of the power supplies under `root` (/sys/class/power_supply), checking every 30
-  // seconds on the calling thread's run loop.
+  // A watcher of the machine's power sources, checking every 30 seconds on the calling thread's
+  // run loop. On the running machine ("/") they come from the power daemon on the system bus
+  // while it runs, else from /sys/class/power_supply; under another root, from its files.
   static std::shared_ptr<BatteryStatus> create(const std::string& root = "/");
   // A watcher of the given sources, checking every `checkSeconds` (0: only when asked).
   static std::shared_ptr<BatteryStatus> withSources(std::unique_ptr<PowerSources> sources,

@@ -18,11 +18,16 @@ struct DefaultRoute;
 struct InterfaceAddress;
 class MachineFiles;
 class NetPPP;
+class NetworkDaemon;
+struct ActiveConnection;
 class TrafficBook;
 
-// The machine's network services and their traffic, without a network manager: a service is
-// an interface (its id is the interface name): every hardware interface and every other one
-// holding a global address, the one with the default route (the primary) first.
+// The machine's network services and their traffic. With a network manager running, a service
+// is one of its active connections (its id is the connection's UUID, its name the connection's),
+// the primary one first, with the addresses, router and name servers of its IPv4
+// configuration. Without one, a service is an interface (its id is the interface name): every
+// hardware interface and every other one holding a global address, the one with the default
+// route (the primary) first.
 //
 // Service record: "service_id", "is_primary", "user_defind_name" ("Ethernet", "Wi-Fi", else the
 // interface name), "device_name", "connection_type" ("Ethernet", "IEEE80211", "PPP", else the
@@ -39,6 +44,9 @@ class VEXA_EXPORT NetManage {
   static std::unique_ptr<NetManage> create(const std::string& root = "/");
   NetManage(std::shared_ptr<MachineFiles> files, std::unique_ptr<InterfaceAddresses> addresses,
             std::shared_ptr<NetPPP> ppp);
+  // `daemon` is the network manager to ask first; null: the files alone.
+  NetManage(std::shared_ptr<MachineFiles> files, std::unique_ptr<InterfaceAddresses> addresses,
+            std::shared_ptr<NetPPP> ppp, std::unique_ptr<NetworkDaemon> daemon);
   ~NetManage();
   NetManage(const NetManage&) = delete;
   NetManage& operator=(const NetManage&) = delete;
@@ -62,7 +70,8 @@ class VEXA_EXPORT NetManage {
   // {"service", "statname", "speed", "name", "interfaceup"} of an interface, "primary" naming
   // the primary one.
   nlohmann::json interfaceConfigWithName(const std::string& name);
-  // Forgets the services, the primary and the speeds; keeps the traffic records.
+  // Forgets the services, the primary, the manager's connections and the speeds; keeps the
+  // traffic records.
   void clearHistory();
 
  private:
@@ -73,6 +82,12 @@ class VEXA_EXPORT NetManage {
   bool isHardware(const std::string& name) const;
   bool isWireless(const std::string& name) const;
   bool isLoopback(const std::string& name) const;
+  // The manager's active connections, asked once until clearHistory(); null without a manager
+  // or when it did not answer.
+  const std::vector<ActiveConnection>* managed();
+  nlohmann::json managedRecord(const ActiveConnection& connection,
+                               const std::vector<InterfaceAddress>& addresses,
+                               const std::vector<DefaultRoute>& routes);
 
   std::shared_ptr<MachineFiles> files_;
   std::unique_ptr<InterfaceAddresses> addresses_;
@@ -82,6 +97,9 @@ class VEXA_EXPORT NetManage {
   std::optional<std::string> primaryName_;
   bool primaryKnown_ = false;
   std::map<std::string, uint64_t> serviceSpeed_;
+  std::unique_ptr<NetworkDaemon> daemon_;
+  std::unique_ptr<std::vector<ActiveConnection>> connections_;
+  bool connectionsAsked_ = false;
 };
 
 }  // namespace vexa

@@ -17,6 +17,7 @@
 
 namespace vexa {
 
+class NetworkChanges;
 class SamplerTimer;
 
 // Samples the network services every freshInterval seconds (1 by default) on the run loop of
@@ -24,16 +25,21 @@ class SamplerTimer;
 // records of NetManage "is_active_interface", "throughput_details" (the traffic record of the
 // service's interface) and "sampling_interval" (seconds since the previous sample).
 //
-// Nothing announces configuration changes yet, so each sample starts by forgetting NetManage's
-// caches: a new interface or address shows at the next sample.
+// NetManage keeps the services it found until the network configuration changes: on the
+// running machine the kernel's link, address and route announcements (heard on the creating
+// thread's run loop) make the next sample look again. Where no such announcements can be had,
+// every sample looks afresh.
 class VEXA_EXPORT NetworkStatus : public std::enable_shared_from_this<NetworkStatus> {
  public:
   static NetworkStatus* shared();
   // A sampler of the machine under `root`, sampling every second on the calling thread's run
   // loop.
   static std::shared_ptr<NetworkStatus> create(const std::string& root = "/");
-  // A sampler over a given NetManage, not sampling until an interval is set.
-  static std::shared_ptr<NetworkStatus> withManager(std::unique_ptr<NetManage> manager);
+  // A sampler over a given NetManage, not sampling until an interval is set. `changes` tell it
+  // when to forget the services found; without them (null, or when they cannot start) every
+  // sample looks afresh.
+  static std::shared_ptr<NetworkStatus> withManager(
+      std::unique_ptr<NetManage> manager, std::unique_ptr<NetworkChanges> changes = nullptr);
   ~NetworkStatus();
   NetworkStatus(const NetworkStatus&) = delete;
   NetworkStatus& operator=(const NetworkStatus&) = delete;
@@ -56,12 +62,16 @@ class VEXA_EXPORT NetworkStatus : public std::enable_shared_from_this<NetworkSta
 
  private:
   explicit NetworkStatus(std::unique_ptr<NetManage> manager);
+  void configurationChanged();
 
   std::unique_ptr<NetManage> netManage_;
   std::unique_ptr<SamplerTimer> timer_;
+  // Destroyed before the manager: nothing announces changes to a manager that is gone.
+  std::unique_ptr<NetworkChanges> changes_;
   mutable std::mutex lock_;
   std::shared_ptr<NetworkDelegate> delegate_;
   int32_t stayNetHistoryCount_ = 1;
+  bool clearEverySample_ = true;
   std::vector<nlohmann::json> netHistoryData_;
   std::vector<double> netHistoryIntervals_;
   std::optional<std::chrono::steady_clock::time_point> lastSampleDate_;

@@ -1,5 +1,6 @@
 // RunLoop and Timer on GLib main contexts: the main loop is the global default context, every
 // other thread gets its own thread-default context the first time it asks for one.
+#include <glib-unix.h>
 #include <glib.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "util/FdWatch.h"
 #include "util/RunGuarded.h"
 #include "vexa/util/RunLoop.h"
 #include "vexa/util/Timer.h"
@@ -222,5 +224,34 @@ void Timer::invalidate() {
 }
 
 bool Timer::isValid() const { return impl_->valid.load(); }
+
+// ---- FdWatch ----
+
+struct FdWatch::Impl {
+  GSource* source = nullptr;
+};
+
+FdWatch::FdWatch(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+// GLib holds the callback's data for the length of a dispatch, so destroying the source while
+// `ready` runs on another thread frees it only once that call returns.
+FdWatch::~FdWatch() {
+  g_source_destroy(impl_->source);
+  g_source_unref(impl_->source);
+}
+
+std::unique_ptr<FdWatch> FdWatch::start(const RunLoop& loop, int fd, std::function<void()> ready) {
+  auto impl = std::make_unique<Impl>();
+  impl->source = g_unix_fd_source_new(fd, static_cast<GIOCondition>(G_IO_IN | G_IO_ERR | G_IO_HUP));
+  g_source_set_callback(
+      impl->source, G_SOURCE_FUNC(+[](gint, GIOCondition, gpointer data) -> gboolean {
+        runGuarded("descriptor watch", *static_cast<std::function<void()>*>(data));
+        return G_SOURCE_CONTINUE;
+      }),
+      new std::function<void()>(std::move(ready)),
+      [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+  g_source_attach(impl->source, loop.impl()->context);
+  return std::unique_ptr<FdWatch>(new FdWatch(std::move(impl)));
+}
 
 }  // namespace vexa
