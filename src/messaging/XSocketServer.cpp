@@ -238,7 +238,7 @@ std::shared_ptr<XConnectClient> XSocketServer::getConnetClientByIdentity(
   return nullptr;
 }
 
-bool XSocketServer::whenIdentified(const std::string& identity, Identified then) {
+bool XSocketServer::whenIdentified(const std::string& identity, const Identified& then) {
   std::shared_ptr<XConnectClient> found;
   {
     std::lock_guard lock(mutex_);
@@ -249,7 +249,7 @@ bool XSocketServer::whenIdentified(const std::string& identity, Identified then)
         break;
       }
     }
-    if (!found) return waiting_.try_emplace(identity, std::move(then)).second;
+    if (!found) return waiting_.try_emplace(identity, then).second;
     // Its hostConnected sends what this call would: sending it again would tell it twice.
     if (std::find(serving_.begin(), serving_.end(), found.get()) != serving_.end()) return false;
   }

@@ -73,7 +73,7 @@ class VEXA_EXPORT XSocketServer : public std::enable_shared_from_this<XSocketSer
   // handler's hostConnected. At most one call waits per identity, and a connection whose
   // hostConnected is still running counts as being served: in both cases `then` is dropped and
   // the answer is false. `then` must not call whenIdentified.
-  bool whenIdentified(const std::string& identity, Identified then);
+  bool whenIdentified(const std::string& identity, const Identified& then);
   // A connection's peer identified itself: counts the connection as identified and, on the
   // calling thread, makes the call waiting for that identity, or `otherwise` when none waited.
   void identified(const std::string& identity, const std::shared_ptr<XConnectClient>& connection,

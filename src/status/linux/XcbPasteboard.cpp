@@ -47,7 +47,7 @@ std::shared_ptr<Pasteboard> Pasteboard::general() {
   return instance;
 }
 
-XcbPasteboard::XcbPasteboard(std::string display, std::string whyNone)
+XcbPasteboard::XcbPasteboard(std::string display, const std::string& whyNone)
     : display_(std::move(display)) {
   if (display_.empty()) {
     SystemLog::log("clipboard changes are unsupported here: %s",

@@ -27,7 +27,7 @@ class XcbPasteboard : public Pasteboard {
   // A clipboard of `display` ("host:0", ":1"), connected at once when the display answers and
   // otherwise at a later changeCount(). An empty name makes a clipboard that never changes;
   // `whyNone` is logged once in that case.
-  explicit XcbPasteboard(std::string display, std::string whyNone = {});
+  explicit XcbPasteboard(std::string display, const std::string& whyNone = {});
   ~XcbPasteboard() override;
   XcbPasteboard(const XcbPasteboard&) = delete;
   XcbPasteboard& operator=(const XcbPasteboard&) = delete;

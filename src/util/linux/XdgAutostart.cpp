@@ -190,7 +190,9 @@ bool XdgAutostart::nameIsOurs(const std::string& name, const std::string& path) 
   std::vector<std::string> folders{userFolder_};
   folders.insert(folders.end(), systemFolders_.begin(), systemFolders_.end());
   for (const auto& folder : folders) {
-    const std::string file = folder + "/" + name;
+    std::string file = folder;
+    file += '/';
+    file += name;
     struct stat st {};
     if (::lstat(file.c_str(), &st) != 0) continue;
     const auto entry = read(file);
