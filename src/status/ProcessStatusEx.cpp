@@ -223,9 +223,13 @@ void ProcessStatusEx::readOutputData(const std::string& chunk) {
   std::string text = std::move(carried_);
   text += chunk;
   const size_t end = text.rfind('\n');
-  carried_ = end == std::string::npos ? std::move(text) : text.substr(end + 1);
+  if (end == std::string::npos) {
+    carried_ = std::move(text);
+    if (carried_.size() > kMaxCarriedBytes) carried_.clear();
+    return;
+  }
+  carried_ = text.substr(end + 1);
   if (carried_.size() > kMaxCarriedBytes) carried_.clear();
-  if (end == std::string::npos) return;
   text.resize(end + 1);
 
   std::regex pattern, statePattern;

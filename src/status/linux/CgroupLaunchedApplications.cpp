@@ -91,7 +91,9 @@ class CgroupLaunchedApplications final : public LaunchedApplications {
                  bool& anyUnit) {
     if (depth > 3) return;
     for (const std::string& name : files_->list(folder)) {
-      const std::string path = folder + "/" + name;
+      std::string path = folder;
+      path += '/';
+      path += name;
       if (name.ends_with(".slice")) {
         walkSlice(path, depth + 1, records, anyUnit);
         continue;
@@ -140,7 +142,11 @@ class CgroupLaunchedApplications final : public LaunchedApplications {
   std::optional<Entry> entryOfId(const std::string& id) {
     if (const auto known = entries_.find(id); known != entries_.end()) return known->second;
     for (const std::string& folder : DesktopEntryFolders::all()) {
-      if (auto entry = entryAt(folder + "/" + id + ".desktop")) {
+      std::string file = folder;
+      file += '/';
+      file += id;
+      file += ".desktop";
+      if (auto entry = entryAt(file)) {
         entries_.emplace(id, *entry);
         return entry;
       }

@@ -31,13 +31,16 @@ bool isConfigurationChange(uint16_t type) {
   }
 }
 
-// Whether one datagram of the socket holds a change. Messages are walked with the kernel's own
-// length checks, so a truncated datagram ends the walk instead of reading past it.
+// Whether one datagram of the socket holds a change. Each message's length is checked against
+// what is left, so a truncated datagram ends the walk instead of reading past it.
 bool holdsChange(const char* data, size_t length) {
-  int remaining = static_cast<int>(length);
-  for (auto* header = reinterpret_cast<const nlmsghdr*>(data); NLMSG_OK(header, remaining);
-       header = NLMSG_NEXT(header, remaining)) {
-    if (isConfigurationChange(header->nlmsg_type)) return true;
+  size_t offset = 0;
+  while (offset + sizeof(nlmsghdr) <= length) {
+    nlmsghdr header{};
+    std::memcpy(&header, data + offset, sizeof header);
+    if (header.nlmsg_len < sizeof(nlmsghdr) || header.nlmsg_len > length - offset) break;
+    if (isConfigurationChange(header.nlmsg_type)) return true;
+    offset += NLMSG_ALIGN(header.nlmsg_len);
   }
   return false;
 }
