@@ -7,6 +7,7 @@
 #include <linux/sock_diag.h>
 
 #include <cstring>
+#include <limits>
 
 namespace vexa {
 namespace {
@@ -83,7 +84,7 @@ TEST(InetDiagTest, RepliesThatDoNotAnswerTheQuestionAreMalformed) {
   EXPECT_EQ(errorOf(InetDiag::parsePeerReply(overstated, recordedTuple(), 7)), malformed);
 }
 
-TEST(InetDiagTest, AKernelErrorIsPassedOn) {
+std::vector<uint8_t> errorReply(int error) {
   struct {
     nlmsghdr header;
     nlmsgerr error;
@@ -91,11 +92,20 @@ TEST(InetDiagTest, AKernelErrorIsPassedOn) {
   reply.header.nlmsg_len = sizeof reply;
   reply.header.nlmsg_type = NLMSG_ERROR;
   reply.header.nlmsg_seq = 7;
-  reply.error.error = -ENOENT;  // the peer has gone
-  std::vector<uint8_t> bytes(reinterpret_cast<uint8_t*>(&reply),
-                             reinterpret_cast<uint8_t*>(&reply) + sizeof reply);
-  EXPECT_EQ(errorOf(InetDiag::parsePeerReply(bytes, recordedTuple(), 7)),
+  reply.error.error = error;
+  return {reinterpret_cast<uint8_t*>(&reply), reinterpret_cast<uint8_t*>(&reply) + sizeof reply};
+}
+
+TEST(InetDiagTest, AKernelErrorIsPassedOnAndNothingElseTakenForOne) {
+  const std::error_code malformed(EBADMSG, std::generic_category());
+  // The peer has gone.
+  EXPECT_EQ(errorOf(InetDiag::parsePeerReply(errorReply(-ENOENT), recordedTuple(), 7)),
             std::error_code(ENOENT, std::generic_category()));
+  // An acknowledgement, a positive number and the most negative int (which cannot be negated).
+  for (const int error : {0, EPERM, std::numeric_limits<int>::min(), -5000}) {
+    EXPECT_EQ(errorOf(InetDiag::parsePeerReply(errorReply(error), recordedTuple(), 7)), malformed)
+        << error;
+  }
 }
 
 }  // namespace

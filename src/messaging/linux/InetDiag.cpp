@@ -14,6 +14,9 @@ namespace vexa {
 
 namespace {
 
+// The largest errno the kernel reports (its MAX_ERRNO).
+constexpr int kLargestErrno = 4095;
+
 struct Request {
   nlmsghdr header;
   inet_diag_req_v2 body;
@@ -74,7 +77,9 @@ std::variant<uint32_t, std::error_code> InetDiag::parsePeerReply(std::span<const
       nlmsgerr error;
       if (payloadSize < sizeof error) return malformed;
       std::memcpy(&error, payload, sizeof error);
-      if (error.error == 0) return malformed;  // an acknowledgement carries no owner
+      // An acknowledgement (0) carries no owner; the kernel's errors are negative errno values,
+      // so anything else (a positive number, INT_MIN, which cannot even be negated) is not one.
+      if (error.error >= 0 || error.error < -kLargestErrno) return malformed;
       return std::error_code(-error.error, std::generic_category());
     }
     if (header.nlmsg_type != SOCK_DIAG_BY_FAMILY) continue;
