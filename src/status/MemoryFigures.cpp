@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "vexa/util/MonitorString.h"
+#include "util/Utf8.h"
 
 namespace vexa {
 namespace {
@@ -86,8 +86,7 @@ nlohmann::json PagingDeltas::dictionary(const KernelTable& vmstat, uint64_t page
 
 SwapLocation SwapLocation::of(const std::vector<SwapEntry>& entries) {
   // A path that is not UTF-8 cannot be told in a dictionary (the JSON form refuses it).
-  if (entries.empty() || entries.front().path.find('\0') != std::string::npos ||
-      !MonitorString::cstringToString(entries.front().path.c_str())) {
+  if (entries.empty() || !Utf8::isText(entries.front().path)) {
     return {"/", "swapfile"};
   }
   const std::string& first = entries.front().path;

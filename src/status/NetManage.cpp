@@ -8,6 +8,7 @@
 #include "status/ProcParsers.h"
 #include "status/TrafficBook.h"
 #include "util/PathName.h"
+#include "util/Utf8.h"
 #include "vexa/status/NetPPP.h"
 
 namespace vexa {
@@ -21,9 +22,11 @@ constexpr const char* kEtherType = "1";       // ARPHRD_ETHER
 constexpr const char* kPppType = "512";       // ARPHRD_PPP
 
 // Names come from the kernel's tables; anything that could leave the class folder is not one.
+// The kernel allows any bytes but "/", ":", blanks and NUL in a link's name; one that is not
+// UTF-8 cannot be told in a dictionary, so it is no service.
 bool isInterfaceName(const std::string& name) {
   return !name.empty() && name.size() < 64 && name.find('/') == std::string::npos && name != "." &&
-         name != "..";
+         name != ".." && Utf8::isText(name);
 }
 
 // "255.255.255.0" for 24; empty for what is no IPv4 prefix.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "util/Utf8.h"
+
 namespace vexa {
 
 namespace {
@@ -57,6 +59,8 @@ nlohmann::json TrafficBook::book(const std::vector<InterfaceCounters>& reading, 
   nlohmann::json records = nlohmann::json::object();
   std::map<std::string, Seen> seen;
   for (const auto& counters : reading) {
+    // A link named with bytes that are not UTF-8 cannot be a key of the dictionary.
+    if (!Utf8::isText(counters.name)) continue;
     const auto in = static_cast<uint32_t>(counters.receivedBytes);
     const auto out = static_cast<uint32_t>(counters.sentBytes);
     const auto before = seen_.find(counters.name);

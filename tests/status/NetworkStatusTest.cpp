@@ -95,6 +95,16 @@ TEST(TrafficBookTest, PeakIsTheHighestRateSoFar) {
   EXPECT_EQ(book.book({{"eth0", 4200, 0, 2}}, 1.0)["eth0"], TrafficBook::first(4200, 0));
 }
 
+TEST(TrafficBookTest, LinksWhoseNamesAreNotTextAreLeftOut) {
+  // The kernel takes any bytes but "/", ":", blanks and NUL in a link's name.
+  TrafficBook book;
+  const auto records =
+      book.book({{"eth0", 1, 1, 2}, {"\xd5x", 1, 1, 3}, {std::string("a\0\xff", 3), 1, 1, 4}}, 1.0);
+  EXPECT_EQ(records.size(), 1u);
+  EXPECT_TRUE(records.contains("eth0"));
+  EXPECT_NO_THROW((void)records.dump());
+}
+
 struct NetDevCase {
   const char* name;
   const char* text;
