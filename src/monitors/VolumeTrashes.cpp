@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <set>
+#include <string_view>
 #include <utility>
 
 namespace vexa {
@@ -23,11 +26,13 @@ bool isOwnFolder(const std::string& path, const unsigned* uid, struct stat* st) 
 }  // namespace
 
 bool VolumeTrashes::isPseudo(const std::string& fsType) {
-  static const std::set<std::string> kPseudo{
+  // A constant with nothing to destroy: a measurement on a worker may still ask while the
+  // process exits.
+  static constexpr std::array<std::string_view, 21> kPseudo{
       "autofs", "binfmt_misc", "bpf",        "cgroup",     "cgroup2",   "configfs", "debugfs",
       "devpts", "devtmpfs",    "efivarfs",   "fusectl",    "hugetlbfs", "mqueue",   "nsfs",
       "proc",   "pstore",      "rpc_pipefs", "securityfs", "selinuxfs", "sysfs",    "tracefs"};
-  return kPseudo.count(fsType) > 0;
+  return std::find(kPseudo.begin(), kPseudo.end(), fsType) != kPseudo.end();
 }
 
 std::string VolumeTrashes::trashOf(const std::string& top, unsigned uid) {
