@@ -80,12 +80,27 @@ int64_t XcbPasteboard::changeCount() {
 std::optional<std::string> XcbPasteboard::text() {
   std::lock_guard guard(lock_);
   if (!connection_) return std::nullopt;
-  const auto deadline = Clock::now() + kTextWait;
-  // The owner writes the text into a property of our window and answers with SelectionNotify.
-  // Clipboard changes that arrive meanwhile are counted as usual.
+  // Every fetch has a window of its own, destroyed after it. An owner that answers late, or one
+  // still sending a large text in pieces after it lost the clipboard, then writes into a window
+  // that is gone (and gets an error), never into the next fetch's answer.
+  const uint32_t requestor = xcb_generate_id(connection_);
+  xcb_create_window(connection_, XCB_COPY_FROM_PARENT, requestor, root_, 0, 0, 1, 1, 0,
+                    XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+  auto text = fetch(requestor, Clock::now() + kTextWait);
+  if (connection_) {
+    xcb_destroy_window(connection_, requestor);
+    xcb_flush(connection_);
+  }
   answer_ = {};
-  xcb_delete_property(connection_, window_, transfer_);
-  xcb_convert_selection(connection_, window_, clipboard_, utf8String_, transfer_, XCB_CURRENT_TIME);
+  return text;
+}
+
+std::optional<std::string> XcbPasteboard::fetch(uint32_t requestor, Clock::time_point deadline) {
+  // The owner writes the text into a property of the window and answers with SelectionNotify.
+  // Clipboard changes that arrive meanwhile are counted as usual.
+  answer_ = {requestor};
+  xcb_convert_selection(connection_, requestor, clipboard_, utf8String_, transfer_,
+                        XCB_CURRENT_TIME);
   xcb_flush(connection_);
   while (!answer_.arrived) {
     if (!drain()) {
@@ -98,7 +113,7 @@ std::optional<std::string> XcbPasteboard::text() {
   if (answer_.property == XCB_NONE) return std::nullopt;
 
   // Deleting the property as it is read tells the owner the transfer is over.
-  const auto cookie = xcb_get_property(connection_, 1, window_, transfer_,
+  const auto cookie = xcb_get_property(connection_, 1, requestor, transfer_,
                                        XCB_GET_PROPERTY_TYPE_ANY, 0, kLongestText);
   xcb_flush(connection_);
   xcb_get_property_reply_t* raw = nullptr;
@@ -156,8 +171,8 @@ bool XcbPasteboard::connect() {
   transfer_ = internAtom("VEXA_CLIPBOARD_TEXT");
   if (!clipboard_ || !utf8String_ || !transfer_) return fail("cannot name the clipboard");
 
-  // An unmapped input-only window of our own: the owner of the clipboard writes into it, and
-  // the selection events are selected through it.
+  // An unmapped input-only window of our own, through which the selection events are selected.
+  root_ = screens.data->root;
   window_ = xcb_generate_id(connection_);
   xcb_create_window(connection_, XCB_COPY_FROM_PARENT, window_, screens.data->root, 0, 0, 1, 1, 0,
                     XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
@@ -197,7 +212,8 @@ void XcbPasteboard::handle(xcb_generic_event_t* event) {
     }
   } else if (type == XCB_SELECTION_NOTIFY) {
     const auto* notify = reinterpret_cast<xcb_selection_notify_event_t*>(event);
-    if (notify->requestor == window_ && notify->selection == clipboard_) {
+    if (answer_.requestor != XCB_NONE && notify->requestor == answer_.requestor &&
+        notify->selection == clipboard_) {
       answer_.arrived = true;
       answer_.property = notify->property;
     }

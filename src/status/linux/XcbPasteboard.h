@@ -37,6 +37,7 @@ class XcbPasteboard : public Pasteboard {
 
  private:
   struct SelectionAnswer {
+    uint32_t requestor = 0;
     bool arrived = false;
     uint32_t property = 0;
   };
@@ -49,12 +50,15 @@ class XcbPasteboard : public Pasteboard {
   void handle(xcb_generic_event_t* event);
   // Waits for input on the connection until the deadline; false at the deadline.
   bool waitForInput(Clock::time_point deadline);
+  // The text the owner wrote into `requestor`, once it answered; nothing at the deadline.
+  std::optional<std::string> fetch(uint32_t requestor, Clock::time_point deadline);
   uint32_t internAtom(const char* name);
 
   const std::string display_;
   mutable std::mutex lock_;
   xcb_connection_t* connection_ = nullptr;
   uint8_t xfixesFirstEvent_ = 0;
+  uint32_t root_ = 0;
   uint32_t window_ = 0;
   uint32_t clipboard_ = 0;
   uint32_t utf8String_ = 0;
