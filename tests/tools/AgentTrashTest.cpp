@@ -108,6 +108,18 @@ TEST_F(AgentTrashTest, VexaWatchPrintsTheApplicationsFolderMovedIntoTheTrash) {
   EXPECT_EQ(watch.waitExit(), 0);
 }
 
+// A name that is not UTF-8 has no JSON text: it is left out, and the watch goes on.
+TEST_F(AgentTrashTest, VexaWatchLeavesOutNamesThatAreNotUtf8) {
+  ChildProcess watch({VEXA_WATCH_PATH, "apps"});
+  EXPECT_EQ(next(watch), (json{{"watch", "started"}, {"what", "apps"}}));
+  isolated.dir.mkdir("sys/applications/Caf\xe9.app");
+  isolated.dir.mkdir("sys/applications/Cafe.app");
+  EXPECT_EQ(next(watch),
+            (json{{"watch", "appAdded"}, {"path", isolated.dir / "sys/applications/Cafe.app"}}));
+  watch.signal(SIGTERM);
+  EXPECT_EQ(watch.waitExit(), 0);
+}
+
 TEST_F(AgentTrashTest, VexaWatchAtTheWatchLimitNamesTheSettingAndStillMeasures) {
   if (!run("/usr/bin/unshare --user --map-root-user true 2>/dev/null")) {
     GTEST_SKIP() << "user namespaces are not available";

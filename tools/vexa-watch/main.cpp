@@ -14,6 +14,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -27,8 +28,20 @@
 namespace {
 
 void print(const nlohmann::json& line) {
-  // A name that is not UTF-8 is printed with U+FFFD in place of its stray bytes.
-  std::printf("%s\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  std::string text;
+  try {
+    text = line.dump();
+  } catch (const nlohmann::json::type_error&) {
+    // A name that is not UTF-8 cannot be written as JSON text: the call is not printed, and
+    // said once in the log rather than once per file.
+    static bool logged = false;
+    if (!std::exchange(logged, true)) {
+      vexa::SystemLog::log("vexa-watch: a path that is not UTF-8 is not printed (%s)",
+                           line.value("watch", "").c_str());
+    }
+    return;
+  }
+  std::printf("%s\n", text.c_str());
   std::fflush(stdout);
 }
 
