@@ -92,7 +92,11 @@ WatchQueueEngine::Added InotifyWatchQueue::add(const std::string& path, uint32_t
 void InotifyWatchQueue::startThreadLocked() {
   if (!ownThread_ || thread_.joinable()) return;
   thread_ = std::thread([this] {
+    // After a turn that read records the thread pauses briefly before the next, so a storm of
+    // changes is read in batches: the first change after a quiet spell is still seen at once,
+    // and the paths' bits pile up meanwhile (one call-back per path and batch, not per read).
     while (step(1000)) {
+      if (busy_) std::this_thread::sleep_for(kBatchPause);
     }
   });
 }
@@ -144,7 +148,9 @@ uint32_t InotifyWatchQueue::take(const std::string& path) {
 bool InotifyWatchQueue::step(int timeoutMs) {
   if (stopping_.load()) return false;
   try {
-    translate(kernel_->wait(timeoutMs));
+    const auto records = kernel_->wait(timeoutMs);
+    busy_ = !records.empty();
+    translate(records);
   } catch (const std::exception& e) {
     SystemLog::log("Error in WatchQueue watcherThread: %s", e.what());
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -78,6 +79,9 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   const bool ownThread_;
   std::thread thread_;
   std::atomic<bool> stopping_{false};
+  // The last step read records (watcher thread only).
+  bool busy_ = false;
+  static constexpr std::chrono::milliseconds kBatchPause{3};
 
   mutable std::mutex mutex_;  // guards the fields below
   Ready ready_;
