@@ -1,6 +1,8 @@
 // A probe for the watch-queue benchmark (bench/events/queue-bench.sh).
 //   queue-probe watch DIR        watches the folder DIR for writes with an FSWatchQueue; prints
 //                                "ready", then a line per write call-back with its wall time
+//   queue-probe follow PATH      watches the item at PATH for renames; prints "ready", then a line
+//                                per rename call-back
 //   queue-probe burst DIR COUNT  creates and deletes COUNT files in DIR; prints its end time
 #include <fcntl.h>
 #include <unistd.h>
@@ -35,11 +37,11 @@ class Printer : public vexa::FSWatchQueueDelegate {
 
 int main(int argc, char** argv) {
   const std::string mode = argc > 2 ? argv[1] : "";
-  if (mode == "watch") {
+  if (mode == "watch" || mode == "follow") {
     auto queue = vexa::FSWatchQueue::create();
     if (!queue) return 1;
     queue->setDelegate(std::make_shared<Printer>());
-    queue->addPath(argv[2], vexa::watchqueue::kWrite);
+    queue->addPath(argv[2], mode == "watch" ? vexa::watchqueue::kWrite : vexa::watchqueue::kRename);
     std::printf("ready\n");
     std::fflush(stdout);
     vexa::RunLoop::main().run();
@@ -56,6 +58,6 @@ int main(int argc, char** argv) {
     std::printf("end=%.6f\n", wallSeconds());
     return 0;
   }
-  std::fprintf(stderr, "usage: queue-probe watch DIR | queue-probe burst DIR COUNT\n");
+  std::fprintf(stderr, "usage: queue-probe watch DIR | follow PATH | burst DIR COUNT\n");
   return 2;
 }
