@@ -119,8 +119,10 @@ KernelTable parseVmstat(std::string_view text, KeySet only) {
   KernelTable table;
   forEachLine(text, [&](std::string_view line) {
     line = trim(line);
-    const size_t space = line.find_first_of(" \t");
-    if (space == std::string_view::npos) return;
+    // The name ends at the first blank (a loop: find_first_of searches the set per character).
+    size_t space = 0;
+    while (space < line.size() && line[space] != ' ' && line[space] != '\t') ++space;
+    if (space == line.size()) return;
     const std::string_view name = line.substr(0, space);
     if (!wanted(only, name)) return;
     // Exactly two fields: the rest must be one number.

@@ -47,6 +47,10 @@ class DescriptorFile final : public KeptFile {
       }
       if (got == 0) break;
       used += static_cast<size_t>(got);
+      // A short read is the end: the kernel fills the buffer while it has text. Asking again
+      // would cost as much as the read itself, since a /proc file made of records is made
+      // again from its start to reach a later offset.
+      if (used < text.size()) break;
     }
     text.resize(used);
     return true;
