@@ -3,8 +3,8 @@
 #   memory   one MemoryStatus sample vs psutil virtual_memory() + swap_memory() vs pread of
 #            /proc/meminfo and /proc/vmstat on descriptors kept open (the floor);
 #   cpu      one CPUStatus sample vs psutil cpu_times(percpu=True);
-#   idle     vexa-status running the three samplers every second for IDLE_SECONDS (default 60):
-#            its CPU time as a share of one core.
+#   idle     vexa-status running only the three samplers (memory, cpu, system) every second
+#            for IDLE_SECONDS (default 60): its CPU time as a share of one core.
 set -euo pipefail
 top="$(cd "$(dirname "$0")/../.." && pwd)"
 build="${BUILD:-$top/build}"
@@ -43,7 +43,7 @@ echo "  vexa/psutil $(ratio "$memory" "$ps_memory")   vexa/floor $(ratio "$memor
 echo "cpu sample:    vexa ${cpu} us, psutil ${ps_cpu} us, floor ${cpu_floor} us"
 echo "  vexa/psutil $(ratio "$cpu" "$ps_cpu")   vexa/floor $(ratio "$cpu" "$cpu_floor")"
 
-"$build/tools/vexa-status/vexa-status" --json --interval 1 >/dev/null &
+"$build/tools/vexa-status/vexa-status" --json --interval 1 --only memory,cpu,system >/dev/null &
 pid=$!
 trap 'kill $pid 2>/dev/null || true' EXIT
 sleep 1
