@@ -8,6 +8,7 @@
 #include "status/DaemonPowerSources.h"
 #include "status/MachineFiles.h"
 #include "status/PowerSources.h"
+#include "status/PowerSupplyChanges.h"
 #include "status/SamplerTimer.h"
 #include "status/SysfsPowerSupplies.h"
 
@@ -58,9 +59,13 @@ BatteryStatus* BatteryStatus::shared() {
 }
 
 std::shared_ptr<BatteryStatus> BatteryStatus::create(const std::string& root) {
-  auto files = std::make_unique<SysfsPowerSupplies>(MachineFiles::underRoot(root));
-  // A captured tree has no daemon of its own.
-  if (!root.empty() && root != "/") return withSources(std::move(files), kCheckSeconds);
+  // A captured tree has no daemon of its own, and announces nothing.
+  if (!root.empty() && root != "/") {
+    return withSources(std::make_unique<SysfsPowerSupplies>(MachineFiles::underRoot(root)),
+                       kCheckSeconds);
+  }
+  auto files = std::make_unique<SysfsPowerSupplies>(MachineFiles::underRoot(root),
+                                                    PowerSupplyChanges::system());
   return withSources(std::make_unique<DaemonPowerSources>(PowerDaemon::system(), std::move(files)),
                      kCheckSeconds);
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "status/MachineFiles.h"
+#include "status/PowerSupplyChanges.h"
 #include "status/ProcParsers.h"
 #include "util/PathName.h"
 
@@ -98,8 +99,11 @@ std::optional<double> hoursAt(int64_t amount, const std::optional<int64_t>& rate
 
 }  // namespace
 
-SysfsPowerSupplies::SysfsPowerSupplies(std::shared_ptr<MachineFiles> files)
-    : files_(std::move(files)) {}
+SysfsPowerSupplies::SysfsPowerSupplies(std::shared_ptr<MachineFiles> files,
+                                       std::unique_ptr<PowerSupplyChanges> changes)
+    : files_(std::move(files)), changes_(std::move(changes)) {}
+
+SysfsPowerSupplies::~SysfsPowerSupplies() = default;
 
 std::vector<SysfsPowerSupplies::Supply> SysfsPowerSupplies::supplies() const {
   std::vector<Supply> found;
@@ -118,10 +122,8 @@ std::vector<SysfsPowerSupplies::Supply> SysfsPowerSupplies::supplies() const {
 
 PowerSnapshot SysfsPowerSupplies::read() { return summarize(supplies()); }
 
-// The files announce nothing of their own.
 bool SysfsPowerSupplies::follow(std::function<void()> changed) {
-  (void)changed;
-  return false;
+  return changes_ && changes_->start(std::move(changed));
 }
 
 PowerSnapshot SysfsPowerSupplies::summarize(const std::vector<Supply>& supplies) {

@@ -10,15 +10,21 @@
 namespace vexa {
 
 class MachineFiles;
+class PowerSupplyChanges;
 
 // The power sources as the kernel's power-supply class shows them under
-// /sys/class/power_supply, read through a root folder.
+// /sys/class/power_supply, read through a root folder. Changes are heard through `changes`
+// when given (a captured tree has none: it is only read again).
 class SysfsPowerSupplies final : public PowerSources {
  public:
   // One supply: its attribute files by name, values without the trailing new line.
   using Supply = std::map<std::string, std::string>;
 
-  explicit SysfsPowerSupplies(std::shared_ptr<MachineFiles> files);
+  explicit SysfsPowerSupplies(std::shared_ptr<MachineFiles> files,
+                              std::unique_ptr<PowerSupplyChanges> changes = nullptr);
+  ~SysfsPowerSupplies() override;
+  SysfsPowerSupplies(const SysfsPowerSupplies&) = delete;
+  SysfsPowerSupplies& operator=(const SysfsPowerSupplies&) = delete;
   PowerSnapshot read() override;
   bool follow(std::function<void()> changed) override;
 
@@ -34,6 +40,7 @@ class SysfsPowerSupplies final : public PowerSources {
 
  private:
   std::shared_ptr<MachineFiles> files_;
+  std::unique_ptr<PowerSupplyChanges> changes_;
 };
 
 }  // namespace vexa
