@@ -164,6 +164,24 @@ INSTANTIATE_TEST_SUITE_P(
                      h.write("x/prefs.js", "user_pref(\"browser.download.folderList\", 0);");
                    },
                    [](const Home&) { return Table{}; }},
+        FolderCase{"FirefoxPipeAsPrefs",
+                   [](const Home& h) {
+                     h.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n");
+                     fs::create_directories(h.at(".mozilla/firefox/p"));
+                     ::mkfifo(h.at(".mozilla/firefox/p/prefs.js").c_str(), 0600);
+                   },
+                   // Never opened for reading: the file is there, its setting unreadable.
+                   [](const Home& h) {
+                     return Table{{"Firefox", h.at("Downloads")}};
+                   }},
+        FolderCase{"FirefoxPipeAsProfilesIni",
+                   [](const Home& h) {
+                     fs::create_directories(h.at(".mozilla/firefox/p"));
+                     ::mkfifo(h.at(".mozilla/firefox/profiles.ini").c_str(), 0600);
+                     h.write(".mozilla/firefox/p/prefs.js",
+                             "user_pref(\"browser.download.folderList\", 0);");
+                   },
+                   [](const Home&) { return Table{}; }},
         FolderCase{"FirefoxPrefsWithoutFolderList",
                    [](const Home& h) {
                      h.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n");
