@@ -173,15 +173,27 @@ void BrowserDownloads::checkArchive(const std::string& path) {
 
 std::optional<std::string> BrowserDownloads::getLatelyPathForSafariDl(const std::string& path) {
   if (!PathName::exists(path)) return std::nullopt;
-  // Duplicates are numbered from 2: "X-2", "X-3", ...; the newest is the last that exists.
-  const bool folder = isFolder(path);
-  const std::string base = folder ? path : withoutExtension(path);
-  const std::string ext = folder ? "" : extension(path);
+  constexpr int kMostDuplicates = 100000;
+  if (isFolder(path)) {
+    // Folders: each name tried is built on the one before ("X-2", "X-2-3", ...), and the answer
+    // on the last one tried. Hosts have always been answered this way; it stays.
+    std::string candidate = path;
+    int n = 0;
+    do {
+      candidate += "-" + std::to_string(n + 2);
+      ++n;
+    } while (n < kMostDuplicates && PathName::exists(candidate));
+    return n == 1 ? path : candidate + "-" + std::to_string(n);
+  }
+  // Files: duplicates are numbered from 2 ("X-2.dmg", "X-3.dmg"); the newest is the last that
+  // exists.
+  const std::string base = withoutExtension(path);
+  const std::string ext = extension(path);
   auto numbered = [&](int n) {
     return base + "-" + std::to_string(n) + (ext.empty() ? "" : "." + ext);
   };
   int n = 2;
-  while (n < 100000 && PathName::exists(numbered(n))) ++n;
+  while (n < kMostDuplicates && PathName::exists(numbered(n))) ++n;
   return n == 2 ? path : numbered(n - 1);
 }
 

@@ -67,8 +67,8 @@ class BrowserDownloads : public std::enable_shared_from_this<BrowserDownloads> {
   // and delivers what it finished as: at once, or for archives a browser may unpack, after
   // kArchiveDelaySeconds.
   void checkDownload(const std::string& path, BrowserType type);
-  // The newest of a name's numbered duplicates ("X.dmg", "X-2.dmg", ...); empty when nothing
-  // is at the path.
+  // The newest of a file's numbered duplicates ("X.dmg", "X-2.dmg", ...), or for a folder the
+  // chained name ("X-2-3-2" when "X-2" exists); empty when nothing is at the path.
   static std::optional<std::string> getLatelyPathForSafariDl(const std::string& path);
   // Safari's download history changed (its modification time, in seconds): completes the
   // cached archives it names.

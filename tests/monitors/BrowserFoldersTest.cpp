@@ -235,7 +235,10 @@ INSTANTIATE_TEST_SUITE_P(
                       DuplicateCase{"Second", {"X.dmg", "X-2.dmg"}, "X.dmg", "X-2.dmg"},
                       DuplicateCase{
                           "Third", {"X.dmg", "X-2.dmg", "X-3.dmg", "X-5.dmg"}, "X.dmg", "X-3.dmg"},
-                      DuplicateCase{"Folder", {"X/", "X-2/"}, "X", "X-2"}),
+                      DuplicateCase{"FolderAlone", {"X/", "X-3/"}, "X", "X"},
+                      // A folder's names are chained, and so is the answer.
+                      DuplicateCase{"FolderSecond", {"X/", "X-2/"}, "X", "X-2-3-2"},
+                      DuplicateCase{"FolderThird", {"X/", "X-2/", "X-2-3/"}, "X", "X-2-3-4-3"}),
     [](const auto& c) { return std::string(c.param.name); });
 
 TEST(BrowserDownloadsNames, ExtensionsAndTypes) {
