@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -54,7 +56,7 @@ void tellOfRemoval(const vexa::AppFile& app) {
 int usage() {
   std::fprintf(stderr,
                "usage: vexa-agent [--host ADDR] [--port N] [--cache DIR] [--allow-remote] "
-               "[--verbose]\n");
+               "[--skip packages,downloads,trash] [--verbose]\n");
   return 2;
 }
 
@@ -78,6 +80,8 @@ int main(int argc, char** argv) {
   long port = 13145;
   std::string cache;  // empty: the monitor's own cache folder
   bool allowRemote = false;
+  // Monitors left out: the applications are always watched (the host's commands need them).
+  std::set<std::string> skipped;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--verbose") {
@@ -86,6 +90,12 @@ int main(int argc, char** argv) {
       allowRemote = true;
     } else if (arg == "--host" && i + 1 < argc) {
       host = argv[++i];
+    } else if (arg == "--skip" && i + 1 < argc) {
+      std::stringstream list(argv[++i]);
+      for (std::string name; std::getline(list, name, ',');) {
+        if (name != "packages" && name != "downloads" && name != "trash") return usage();
+        skipped.insert(name);
+      }
     } else if (arg == "--cache" && i + 1 < argc) {
       cache = argv[++i];
       if (cache.empty()) return usage();
@@ -119,15 +129,18 @@ int main(int argc, char** argv) {
   applications.setDelegate(std::make_shared<RemovalLog>());
   server.setCommandHandler(applications.weak_from_this());
   applications.startMonitor();
-  vexa::MonitorTrash::shared().startMonitor();
+  const bool trash = !skipped.contains("trash");
+  const bool packagesOn = !skipped.contains("packages");
+  const bool downloadsOn = !skipped.contains("downloads");
+  if (trash) vexa::MonitorTrash::shared().startMonitor();
   vexa::MonitorInstallPackage& packages = vexa::MonitorInstallPackage::shared();
   vexa::MonitorDownload& downloads = vexa::MonitorDownload::shared();
   if (!cache.empty()) {
     packages.setCacheFolderPath(cache);
     downloads.setCacheFolderPath(cache);
   }
-  packages.startMonitor();
-  downloads.startMonitor();
+  if (packagesOn) packages.startMonitor();
+  if (downloadsOn) downloads.startMonitor();
   std::thread acceptor([&server] { server.acceptConnect(); });
 
   vexa::RunLoop loop = vexa::RunLoop::main();
@@ -140,14 +153,14 @@ int main(int argc, char** argv) {
   vexa::SystemLog::log("vexa-agent stopping");
   vexa::UserNotificationCenter::defaultUserNotificationCenter().dismissAll();
   applications.stopMonotor();
-  vexa::MonitorTrash::shared().stopMonotor();
-  packages.stopMonotor();
-  downloads.stopMonotor();
+  if (trash) vexa::MonitorTrash::shared().stopMonotor();
+  if (packagesOn) packages.stopMonotor();
+  if (downloadsOn) downloads.stopMonotor();
   // Waits for a cache write under way, then writes what the monitor knows last: the next start
   // reads a whole cache.
   applications.archiver();
-  packages.archiver();
-  downloads.archiver();
+  if (packagesOn) packages.archiver();
+  if (downloadsOn) downloads.archiver();
   server.stopListen();
   acceptor.join();
   return 0;
