@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "status/PowerSources.h"
+#include "status/PowerSupplyChanges.h"
 
 namespace vexa {
 
 class MachineFiles;
-class PowerSupplyChanges;
 
 // The power sources as the kernel's power-supply class shows them under
 // /sys/class/power_supply, read through a root folder. Changes are heard through `changes`
