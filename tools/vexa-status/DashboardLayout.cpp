@@ -82,7 +82,9 @@ class Builder {
       lines.push_back({"waiting for the first sample"});
       return lines;
     }
-    std::string figures = Text::percent(1 - cpu.total->idle) + " (user " +
+    // Busy is what user and system took: a period without ticks (a captured machine) is all
+    // zero, not all busy.
+    std::string figures = Text::percent(cpu.total->user + cpu.total->system) + " (user " +
                           Text::percent(cpu.total->user) + ", system " +
                           Text::percent(cpu.total->system) + ")";
     std::string load = "load";
@@ -98,7 +100,7 @@ class Builder {
     const int columns = std::clamp(width_ / 25, 1, 8);
     const int cellWidth = width_ / columns;
     for (const auto& core : cpu.cores) {
-      const double busy = 1 - core.idle;
+      const double busy = core.user + core.system;
       char label[16];
       std::snprintf(label, sizeof label, "%3u", core.number);
       char figure[8];
@@ -137,7 +139,7 @@ class Builder {
       const std::string figures = Text::bytes(double(swap->used)) + " of " +
                                   Text::bytes(double(swap->size)) + " (" + swap->name + ")";
       lines.push_back({labelledBar("swap      ", fractionOf(swap->used, swap->size), figures,
-                                   width_ / columns - 1, ascii_)});
+                                   width_ - 1, ascii_)});
     }
     return lines;
   }
