@@ -10,24 +10,36 @@
 
 namespace {
 
-// One private tmux server (its own socket name) with one session running a command in a
-// terminal of a given size. The server is killed when the value goes, whatever the test did.
+// One private tmux server (its own socket, in a folder of its own) with one session running a
+// shell command in a terminal of a given size. The server is killed and its socket removed when the
+// value goes, whatever the test did.
 class TmuxSession {
  public:
   TmuxSession(const std::string& command, int width, int height)
-      : socket_("vexa-dashboard-" + std::to_string(getpid()) + "-" + std::to_string(++count_)) {
-    // remain-on-exit is set before the command starts, so its exit status is kept even when
-    // it ends at once.
-    run("start-server \\; set-option -wg remain-on-exit on \\; new-session -d -s dash -x " +
-        std::to_string(width) + " -y " + std::to_string(height) + " " + quoted(command));
+      : folder_(makeFolder()), socket_(folder_ + "/socket") {
+    // tmux can tell a pane's end before it knows its exit status: a script around the command
+    // writes the status to a file instead (renamed into place, so it is read whole).
+    const std::string script = folder_ + "/run.sh";
+    if (FILE* file = std::fopen(script.c_str(), "w")) {
+      std::fprintf(file, "%s\necho $? >'%s/status.new' && mv '%s/status.new' '%s/status'\n",
+                   command.c_str(), folder_.c_str(), folder_.c_str(), folder_.c_str());
+      std::fclose(file);
+    }
+    run("new-session -d -s dash -x " + std::to_string(width) + " -y " + std::to_string(height) +
+        " 'sh " + script + "'");
   }
-  ~TmuxSession() { run("kill-server"); }
+  ~TmuxSession() {
+    run("kill-server");
+    // tmux leaves its socket behind.
+    for (const char* name : {"/socket", "/run.sh", "/status"}) unlink((folder_ + name).c_str());
+    rmdir(folder_.c_str());
+  }
   TmuxSession(const TmuxSession&) = delete;
   TmuxSession& operator=(const TmuxSession&) = delete;
 
   // tmux's own output of one command line.
   std::string run(const std::string& arguments) const {
-    const std::string command = "tmux -L " + socket_ + " -f /dev/null " + arguments + " 2>&1";
+    const std::string command = "tmux -S " + socket_ + " -f /dev/null " + arguments + " 2>&1";
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return output;
@@ -62,17 +74,25 @@ class TmuxSession {
   int exitStatus() const {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
-      const std::string dead = run("display-message -p -t dash '#{pane_dead} #{pane_dead_status}'");
-      if (dead.starts_with("1 ")) return std::stoi(dead.substr(2));
+      if (FILE* file = std::fopen((folder_ + "/status").c_str(), "r")) {
+        int status = -1;
+        const int read = std::fscanf(file, "%d", &status);
+        std::fclose(file);
+        if (read == 1) return status;
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     return -1;
   }
 
  private:
-  static std::string quoted(const std::string& text) { return "'" + text + "'"; }
+  static std::string makeFolder() {
+    std::string folder = "/tmp/vexa-dashboard-XXXXXX";
+    if (!mkdtemp(folder.data())) ADD_FAILURE() << "no folder for the tmux socket";
+    return folder;
+  }
 
-  static inline int count_ = 0;
+  std::string folder_;
   std::string socket_;
 };
 
