@@ -244,7 +244,7 @@ class Builder {
         title("Keys"),
         {"  q      quit"},
         {"  s      sort the applications by cpu, memory, name or process id"},
-        {"  + -    sample more or less often (now every " + std::to_string(model_.interval()) +
+        {"  + -    sample less or more often (now every " + std::to_string(model_.interval()) +
          "s)"},
         {"  p      pause or resume the figures"},
         {"  c      clean memory (asks first), then show how much more is available"},
