@@ -9,7 +9,7 @@ packages=(
   libplist-dev libudev-dev libxcb-xfixes0-dev squashfs-tools
   libgtest-dev libgmock-dev libbenchmark-dev
   tzdata file procps dbus-daemon python3-psutil python3-dbusmock inotify-tools iproute2
-  xvfb xclip umockdev libumockdev-dev
+  xvfb xclip umockdev libumockdev-dev libncurses-dev tmux
   clang-14 libclang-rt-14-dev
 )
 

@@ -1,4 +1,6 @@
-// vexa-status: runs the samplers and prints every call-back they make as one JSON line:
+// vexa-status: runs the samplers and shows their figures: on a terminal as a full-screen
+// dashboard (see Dashboard.h; '?' lists its keys), otherwise, or with --json, by printing every
+// call-back they make as one JSON line:
 //
 //   {"time": seconds since the epoch, "source": "memory"|"cpu"|"system"|"disk"|"battery"|
 //    "network"|"process"|"clipboard", "call": the delegate operation, "data": {...}}
@@ -13,8 +15,8 @@
 // counter, follows each change of its contents (none without an X display, and none with --once).
 // The clipboard is always the session's own, also with --sysroot.
 //
-//   --json          JSON Lines on standard output (the only output for now)
-//   --once          one sample of every sampler, then exit
+//   --json          JSON Lines on standard output even when it is a terminal
+//   --once          one sample of every sampler as JSON Lines, then exit
 //   --only LIST     memory,cpu,system,disk,battery,network,process,clipboard (comma-separated);
 //                   all by default
 //   --interval N    seconds between samples (default 1)
@@ -30,16 +32,14 @@
 #include <string>
 #include <thread>
 
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
+#include "Dashboard.h"
+#include "StatusSamplers.h"
 #include "StopSignals.h"
-#include "vexa/status/BatteryStatus.h"
-#include "vexa/status/CPUStatus.h"
-#include "vexa/status/DiskStatus.h"
-#include "vexa/status/MemoryStatus.h"
-#include "vexa/status/NetworkStatus.h"
 #include "vexa/status/PasteboardMonitor.h"
-#include "vexa/status/ProcessStatus.h"
 #include "vexa/status/SystemStatus.h"
 #include "vexa/util/RunLoop.h"
 
@@ -149,7 +149,7 @@ class Printer : public vexa::MemoryDelegate,
 int usage(const char* problem) {
   if (problem) std::fprintf(stderr, "vexa-status: %s\n", problem);
   std::fprintf(stderr,
-               "usage: vexa-status --json [--once] "
+               "usage: vexa-status [--json] [--once] "
                "[--only memory,cpu,system,disk,battery,network,process,clipboard] "
                "[--interval N] "
                "[--sysroot DIR]\n");
@@ -158,6 +158,7 @@ int usage(const char* problem) {
 
 int run(int argc, char** argv) {
   bool once = false;
+  bool json = false;
   int interval = 1;
   std::string root = "/";
   std::set<std::string> only = kSources;
@@ -165,7 +166,7 @@ int run(int argc, char** argv) {
     const std::string arg = argv[i];
     const bool hasValue = i + 1 < argc;
     if (arg == "--json") {
-      continue;
+      json = true;
     } else if (arg == "--once") {
       once = true;
     } else if (arg == "--only" && hasValue) {
@@ -196,28 +197,21 @@ int run(int argc, char** argv) {
 
   const vexa::tools::StopSignals stopSignals;
 
+  vexa::tools::StatusSamplers samplers = vexa::tools::StatusSamplers::create(root, only);
+  if (!json && !once && isatty(STDOUT_FILENO)) {
+    vexa::tools::Dashboard dashboard(std::move(samplers), interval);
+    const vexa::RunLoop loop = vexa::RunLoop::main();
+    stopSignals.quitOnSignal(loop);
+    return dashboard.run(loop);
+  }
+
   auto printer = std::make_shared<Printer>();
-  std::shared_ptr<vexa::MemoryStatus> memory;
-  std::shared_ptr<vexa::CPUStatus> cpu;
-  if (only.contains("memory")) {
-    memory = vexa::MemoryStatus::create(root);
-    if (!memory) std::fprintf(stderr, "vexa-status: no memory figures under %s\n", root.c_str());
-  }
-  if (only.contains("cpu")) {
-    cpu = vexa::CPUStatus::create(root);
-    if (!cpu) std::fprintf(stderr, "vexa-status: no processor figures under %s\n", root.c_str());
-  }
-  std::shared_ptr<vexa::DiskStatus> disk;
-  std::shared_ptr<vexa::BatteryStatus> battery;
-  std::shared_ptr<vexa::NetworkStatus> network;
-  if (only.contains("disk")) disk = vexa::DiskStatus::create(root);
-  if (only.contains("battery")) {
-    battery = vexa::BatteryStatus::create(root);
-    if (!battery->isHasBattery()) battery.reset();
-  }
-  if (only.contains("network")) network = vexa::NetworkStatus::create(root);
-  std::shared_ptr<vexa::ProcessStatus> process;
-  if (only.contains("process")) process = vexa::ProcessStatus::create(root);
+  const auto& memory = samplers.memory;
+  const auto& cpu = samplers.cpu;
+  const auto& disk = samplers.disk;
+  const auto& battery = samplers.battery;
+  const auto& network = samplers.network;
+  const auto& process = samplers.process;
   if (process) process->setDelegate(printer);
   if (memory) memory->setDelegate(printer);
   if (cpu) cpu->setDelegate(printer);
@@ -240,7 +234,7 @@ int run(int argc, char** argv) {
            {"batteryVoltage", battery->batteryVoltage()},
            {"batteryWatt", battery->batteryWatt()}});
   };
-  if (only.contains("system")) {
+  if (samplers.system) {
     print("system", "setupSystemInformation", vexa::SystemStatus::create(root)->dictionary());
   }
   if (battery) {
@@ -260,16 +254,11 @@ int run(int argc, char** argv) {
     return 0;
   }
 
-  if (memory) memory->setFreshInterval(interval);
-  if (cpu) cpu->setFreshInterval(interval);
-  if (disk) disk->setFreshInterval(interval);
-  if (network) network->setFreshInterval(interval);
-  if (process) process->setFreshInterval(interval);
-  if (only.contains("clipboard")) {
+  samplers.setFreshInterval(interval);
+  if (samplers.clipboard) {
     vexa::PasteboardMonitor::shared().setDelegate(printer);
     vexa::PasteboardMonitor::shared().start();
   }
-  // The battery checks its sources on its own clock and reports changes only.
   vexa::RunLoop loop = vexa::RunLoop::main();
   stopSignals.quitOnSignal(loop);
   loop.run();
