@@ -16,24 +16,8 @@ tree="$top/bench/status/battery.umockdev"
 # No power daemon: both sides read the files.
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent
 
-out="$(mktemp)"
-"$build/bench/vexa_bench" --benchmark_filter='(Disk|Network)Sample' --benchmark_min_time=2 \
-  --benchmark_out="$out" --benchmark_out_format=json >/dev/null 2>&1
-bench="$(cat "$out")"
-rm -f "$out"
-us() {  # us NAME: the benchmark's real time per iteration in microseconds
-  /usr/bin/python3 -c 'import json,sys
-for b in json.load(sys.stdin)["benchmarks"]:
-    if b["name"] == sys.argv[1]:
-        scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3}[b["time_unit"]]
-        print("%.2f" % (b["real_time"] * scale))' "$1" <<<"$bench"
-}
-psutil_us() {  # psutil_us EXPRESSION [RUNNER]: microseconds per call
-  ${2:-} /usr/bin/python3 -c 'import psutil, timeit, sys
-n = 500
-print("%.2f" % (min(timeit.repeat(sys.argv[1], "import psutil", number=n, repeat=5)) / n * 1e6))' "$1"
-}
-ratio() { /usr/bin/python3 -c 'import sys; print("%.2f" % (float(sys.argv[1]) / float(sys.argv[2])))' "$1" "$2"; }
+. "$top/bench/status/peers-lib.sh"
+run_bench '(Disk|Network)Sample'
 
 disk=$(us DiskSample/library)
 ps_disk=$(psutil_us "[psutil.disk_usage(p.mountpoint) for p in psutil.disk_partitions()]")
@@ -53,7 +37,7 @@ echo "  vexa/psutil $(ratio "$network" "$ps_network")   vexa/floor $(ratio "$net
 
 probe="$(umockdev-wrapper "$build/bench/devices-probe" battery "$tree")"
 battery=$(sed -n 's/^sample_us=//p' <<<"$probe")
-ps_battery=$(psutil_us "psutil.sensors_battery()" "umockdev-run -d $tree --")
+ps_battery=$(psutil_us "psutil.sensors_battery()" umockdev-run -d "$tree" --)
 echo "battery sample (umockdev): vexa ${battery} us, psutil ${ps_battery} us"
 echo "  vexa/psutil $(ratio "$battery" "$ps_battery")"
 echo "charger plugged in -> delegate (umockdev): $(sed -n 's/^latency_ms //p' <<<"$probe") ms"

@@ -12,23 +12,8 @@ build="${BUILD:-$top/build}"
 "$top/scripts/build.sh" "$build" "" vexa_bench vexa-status >/dev/null
 idle_seconds="${IDLE_SECONDS:-60}"
 
-out="$(mktemp)"
-"$build/bench/vexa_bench" --benchmark_filter='(Memory|Cpu)Sample' --benchmark_min_time=2 \
-  --benchmark_out="$out" --benchmark_out_format=json >/dev/null 2>&1
-bench="$(cat "$out")"
-rm -f "$out"
-us() {  # us NAME: the benchmark's real time per iteration in microseconds
-  /usr/bin/python3 -c 'import json,sys
-for b in json.load(sys.stdin)["benchmarks"]:
-    if b["name"] == sys.argv[1]:
-        scale = {"ns": 1e-3, "us": 1.0, "ms": 1e3}[b["time_unit"]]
-        print("%.2f" % (b["real_time"] * scale))' "$1" <<<"$bench"
-}
-psutil_us() {  # psutil_us EXPRESSION: microseconds per call
-  /usr/bin/python3 -c 'import psutil, timeit, sys
-n = 2000
-print("%.2f" % (min(timeit.repeat(sys.argv[1], "import psutil", number=n, repeat=5)) / n * 1e6))' "$1"
-}
+. "$top/bench/status/peers-lib.sh"
+run_bench '(Memory|Cpu)Sample'
 
 memory=$(us MemorySample/library)
 floor=$(us MemorySample/floor)
@@ -36,7 +21,6 @@ cpu=$(us CpuSample/library)
 cpu_floor=$(us CpuSample/floor)
 ps_memory=$(psutil_us "psutil.virtual_memory(); psutil.swap_memory()")
 ps_cpu=$(psutil_us "psutil.cpu_times(percpu=True)")
-ratio() { /usr/bin/python3 -c 'import sys; print("%.2f" % (float(sys.argv[1]) / float(sys.argv[2])))' "$1" "$2"; }
 
 echo "memory sample: vexa ${memory} us, psutil ${ps_memory} us, floor ${floor} us"
 echo "  vexa/psutil $(ratio "$memory" "$ps_memory")   vexa/floor $(ratio "$memory" "$floor")"
