@@ -25,11 +25,18 @@ class Printer : public vexa::FSWatchQueueDelegate {
  public:
   void watchQueueReceivedNotification(vexa::FSWatchQueue&, const std::string&,
                                       const std::string&) override {
-    std::printf("callback n=%ld at=%.6f\n", ++count_, wallSeconds());
-    std::fflush(stdout);
+    print();
+  }
+  // A renamed item is followed to its new name, and told as such.
+  void watchQueueRename(vexa::FSWatchQueue&, const std::string&, const std::string&) override {
+    print();
   }
 
  private:
+  void print() {
+    std::printf("callback n=%ld at=%.6f\n", ++count_, wallSeconds());
+    std::fflush(stdout);
+  }
   long count_ = 0;
 };
 

@@ -70,6 +70,12 @@ void MonitorDispatch::removeMonitorPath(
     if (entry == monitorDict_.end()) return;
     auto& delegates = entry->second;
     delegates.erase(std::remove(delegates.begin(), delegates.end(), delegate), delegates.end());
+    // Calls already waiting still run: their task holds the inbox.
+    const bool elsewhere =
+        std::any_of(monitorDict_.begin(), monitorDict_.end(), [&](const auto& r) {
+          return std::find(r.second.begin(), r.second.end(), delegate) != r.second.end();
+        });
+    if (!elsewhere) inboxes_.erase(delegate.get());
     if (!delegates.empty()) return;
     monitorDict_.erase(entry);
   }
@@ -81,13 +87,43 @@ std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() cons
   return monitorDict_;
 }
 
+// Each delegate hears its calls in the order of the events, from one task at a time: a burst of
+// events is one task per delegate that runs them all, not one task (and one wake-up of a worker)
+// per event. Delegates still run beside one another.
+void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate,
+                                    std::function<void()> call) {
+  auto& inbox = inboxes_[delegate.get()];
+  if (!inbox) inbox = std::make_shared<Inbox>();
+  std::lock_guard lock(inbox->mutex);
+  inbox->calls.push_back(std::move(call));
+  if (inbox->draining) return;
+  inbox->draining = true;
+  queue_.async([inbox = inbox] { drain(inbox); });
+}
+
+void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
+  std::vector<std::function<void()>> calls;
+  for (;;) {
+    {
+      std::lock_guard lock(inbox->mutex);
+      if (inbox->calls.empty()) {
+        inbox->draining = false;
+        return;
+      }
+      calls.swap(inbox->calls);
+    }
+    for (auto& call : calls) call();
+    calls.clear();
+  }
+}
+
 void MonitorDispatch::fanOut(const std::string& path, Call call) {
   std::lock_guard lock(mutex_);
   for (const auto& [key, delegates] : monitorDict_) {
     if (!matches(path, key)) continue;
     for (const auto& delegate : delegates) {
       if (!delegate) continue;
-      queue_.async([delegate, path, call] { ((*delegate).*call)(path); });
+      deliverLocked(delegate, [delegate, path, call] { ((*delegate).*call)(path); });
     }
   }
 }
@@ -125,7 +161,7 @@ void MonitorDispatch::eventsLost(const std::string& folder) {
     }
     for (const auto& delegate : delegates) {
       if (!delegate) continue;
-      queue_.async([delegate, scope] { delegate->eventsLost(scope); });
+      deliverLocked(delegate, [delegate, scope] { delegate->eventsLost(scope); });
     }
   }
 }
@@ -143,7 +179,8 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
       if (!matches(*side, key)) continue;
       for (const auto& delegate : delegates) {
         if (!delegate) continue;
-        queue_.async([delegate, source, target] { delegate->fileMoveOrRename(source, target); });
+        deliverLocked(delegate,
+                      [delegate, source, target] { delegate->fileMoveOrRename(source, target); });
       }
     }
   }

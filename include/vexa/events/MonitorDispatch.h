@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -56,8 +58,19 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
       std::pair<std::string, std::vector<std::shared_ptr<FileSystemMonitorDelegate>>>;
   using Call = void (FileSystemMonitorDelegate::*)(const std::string&);
 
+  // The calls waiting for one delegate, run in order by one task on the queue at a time.
+  struct Inbox {
+    std::mutex mutex;
+    std::vector<std::function<void()>> calls;
+    bool draining = false;
+  };
+
   MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
   void fanOut(const std::string& path, Call call);
+  // Hands `call` to the delegate's inbox; mutex_ held.
+  void deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate,
+                     std::function<void()> call);
+  static void drain(const std::shared_ptr<Inbox>& inbox);
 
   // Serializes registration changes and the stream restarts they cause, so that the stream's
   // paths end as the table's keys. Taken before mutex_; dispatch never takes it.
@@ -68,6 +81,7 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   // Guards the table; held only briefly, never across a call into the monitor.
   mutable std::mutex mutex_;
   std::vector<Registration> monitorDict_;
+  std::map<const FileSystemMonitorDelegate*, std::shared_ptr<Inbox>> inboxes_;  // by mutex_
 };
 
 }  // namespace vexa
