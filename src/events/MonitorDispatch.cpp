@@ -98,7 +98,7 @@ void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDeleg
   inbox->calls.push_back(std::move(call));
   if (inbox->draining) return;
   inbox->draining = true;
-  queue_.async([inbox = inbox] { drain(inbox); });
+  queue_.async([box = inbox] { drain(box); });
 }
 
 void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
