@@ -26,7 +26,11 @@ class MonitorDownloadTest : public test::LiveMonitorFixture {
     if (!monitor) return;
     monitor->stopMonotor();
     // A background search still running holds the monitor, which talks to the server.
-    EXPECT_TRUE(test::eventually([&] { return monitor.use_count() == 1; }));
+    // Let go of it and wait until no task holds it: a task that had not taken it yet never will,
+    // and one that had lets go when it ends.
+    const std::weak_ptr held = monitor;
+    monitor.reset();
+    EXPECT_TRUE(test::eventually([&] { return held.expired(); }));
   }
   void start() {
     monitor = MonitorDownload::create(*dispatch, *server);

@@ -35,7 +35,11 @@ class MonitorInstallPackageTest : public test::LiveMonitorFixture {
     if (!monitor) return;
     monitor->stopMonotor();
     // A background inventory still running holds the monitor, which talks to the server.
-    EXPECT_TRUE(test::eventually([&] { return monitor.use_count() == 1; }));
+    // Let go of it and wait until no task holds it: a task that had not taken it yet never will,
+    // and one that had lets go when it ends.
+    const std::weak_ptr held = monitor;
+    monitor.reset();
+    EXPECT_TRUE(test::eventually([&] { return held.expired(); }));
   }
   void start(std::shared_ptr<const FindInventory> inventory = nullptr) {
     monitor = MonitorInstallPackage::create(*dispatch, *server, std::move(inventory));
