@@ -21,3 +21,18 @@ if(VEXA_FUZZ)
   # the sanitizer runtime's empty counter hooks.
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# lld links the test programs several times faster than the default linker, most of all with
+# sanitizers and debug information; used whenever the toolchain accepts it.
+include(CheckLinkerFlag)
+check_linker_flag(CXX -fuse-ld=lld VEXA_HAVE_LLD)
+if(VEXA_HAVE_LLD)
+  add_link_options(-fuse-ld=lld)
+endif()
+
+# Line tables only: backtraces and sanitizer reports keep their files and lines, the build
+# takes about a quarter less time. The test command builds this way.
+option(VEXA_LINE_TABLES "Limit debug information to line tables (-g1)" OFF)
+if(VEXA_LINE_TABLES)
+  add_compile_options(-g1)
+endif()

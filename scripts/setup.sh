@@ -10,7 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   tzdata file procps dbus-daemon python3-psutil python3-dbusmock inotify-tools iproute2
   xvfb xclip umockdev libumockdev-dev libncurses-dev tmux
-  clang-14 libclang-rt-14-dev
+  clang-14 libclang-rt-14-dev lld
 )
 
 missing=()

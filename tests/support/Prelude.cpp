@@ -1,0 +1,1 @@
+// Holds the test suites' precompiled header; main comes from GoogleTest.
