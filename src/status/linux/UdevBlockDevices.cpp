@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "status/BlockDeviceEvents.h"
+#include "status/linux/UdevMonitor.h"
 #include "util/UniqueFd.h"
 #include "vexa/util/SystemLog.h"
 
@@ -42,21 +43,13 @@ class UdevBlockDevices final : public BlockDeviceEvents {
   UdevBlockDevices() : stop_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
   bool run(const std::function<void(const BlockDeviceEvent&)>& handle) override {
-    udev* context = udev_new();
-    if (context == nullptr) return false;
-    udev_monitor* monitor = udev_monitor_new_from_netlink(context, "udev");
-    if (monitor == nullptr || !stop_ ||
-        udev_monitor_filter_add_match_subsystem_devtype(monitor, "block", nullptr) < 0 ||
-        udev_monitor_enable_receiving(monitor) < 0) {
-      if (monitor) udev_monitor_unref(monitor);
-      udev_unref(context);
-      return false;
-    }
+    UdevMonitor monitor;
+    if (!stop_ || !monitor.listen("block")) return false;
     static std::atomic<bool> logged{false};
-    if (::access("/run/udev/control", F_OK) != 0 && !logged.exchange(true)) {
+    if (!UdevMonitor::daemonRuns() && !logged.exchange(true)) {
       SystemLog::log("no udev daemon runs: disks that appear are not reported");
     }
-    pollfd watched[2] = {{udev_monitor_get_fd(monitor), POLLIN, 0}, {stop_.get(), POLLIN, 0}};
+    pollfd watched[2] = {{monitor.fd(), POLLIN, 0}, {stop_.get(), POLLIN, 0}};
     while (!stopped_) {
       if (::poll(watched, 2, -1) < 0) {
         if (errno == EINTR) continue;
@@ -64,7 +57,7 @@ class UdevBlockDevices final : public BlockDeviceEvents {
       }
       if ((watched[1].revents & POLLIN) != 0) break;
       if ((watched[0].revents & POLLIN) == 0) continue;
-      udev_device* device = udev_monitor_receive_device(monitor);
+      udev_device* device = monitor.receive();
       if (device == nullptr) continue;
       const char* action = udev_device_get_action(device);
       if (action != nullptr && std::strcmp(action, "add") == 0) {
@@ -74,8 +67,6 @@ class UdevBlockDevices final : public BlockDeviceEvents {
       }
       udev_device_unref(device);
     }
-    udev_monitor_unref(monitor);
-    udev_unref(context);
     return true;
   }
 
