@@ -1,5 +1,7 @@
 #include "vexa/monitors/MonitorTrash.h"
 
+#include <algorithm>
+
 #include "monitors/CoalescingTask.h"
 #include "monitors/HostAnnouncer.h"
 #include "monitors/PathList.h"
@@ -161,27 +163,41 @@ nlohmann::json MonitorTrash::commonAttributesOfFile(const std::string& path) {
 }
 
 void MonitorTrash::changed(const std::string& path) {
-  bool ours = false;
+  const auto now = std::chrono::steady_clock::now();
   {
     std::lock_guard lock(lock_);
-    ours = !trashPath_.empty() && PathName::hasPrefix(path, trashPath_);
+    bool ours = !trashPath_.empty() && PathName::hasPrefix(path, trashPath_);
     // The Trash folder itself removed or made: perhaps a new folder with the old inode number.
     if (path == trashPath_) trashReplaced_ = true;
     for (const auto& volume : volumeTrashes_) ours = ours || PathName::hasPrefix(path, volume);
-  }
-  if (!ours) return;
-  {
-    std::lock_guard lock(lock_);
+    if (!ours) return;
+    lastEvent_ = now;
     if (std::exchange(measurementDue_, true)) return;
+    firstEvent_ = now;
   }
-  // Events come in bursts (a Trash emptied is one per entry): they are let settle a little, so
-  // a burst costs a measurement every half second or so, not one after another.
-  DispatchQueue::global().after(kSettleSeconds, [weak = weak_from_this()] {
+  settleThenMeasure(kSettleSeconds);
+}
+
+// Events come in bursts (a Trash emptied is one per entry, for seconds): the measurement waits
+// until they pause, so that a burst costs a walk every two seconds and one at its end, not one
+// every half second.
+void MonitorTrash::settleThenMeasure(double seconds) {
+  DispatchQueue::global().after(seconds, [weak = weak_from_this()] {
     auto self = weak.lock();
     if (!self) return;
+    using Seconds = std::chrono::duration<double>;
+    double wait = 0;
     {
       std::lock_guard lock(self->lock_);
-      self->measurementDue_ = false;
+      const auto now = std::chrono::steady_clock::now();
+      const double quiet = Seconds(now - self->lastEvent_).count();
+      const double waited = Seconds(now - self->firstEvent_).count();
+      wait = std::min(kSettleSeconds - quiet, kLongestWaitSeconds - waited);
+      if (wait <= 0) self->measurementDue_ = false;
+    }
+    if (wait > 0) {
+      self->settleThenMeasure(wait);
+      return;
     }
     self->measurement_->request();
   });

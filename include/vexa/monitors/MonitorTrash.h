@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -29,9 +30,10 @@ class XSocketServer;
 // asks for one, so a volume's Trash counts and is watched while it is mounted. A Trash folder
 // deleted or replaced is made again and watched again at the next measurement.
 //
-// Measurements run on the global queue one at a time, half a second after the event that asks
-// for them; events meanwhile ask for nothing more, and those arriving during one ask for a
-// single further measurement, so emptying a large Trash costs a few walks, not one per entry.
+// Measurements run on the global queue one at a time, once events have paused for half a
+// second, or two seconds after the first event of a burst that goes on; events arriving during
+// one ask for a single further measurement, so emptying a large Trash costs a few walks, not
+// one per entry.
 // Every operation is safe from any thread; nothing slow runs under the lock, and sends go out
 // on a serial queue in the order the sizes were measured.
 class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
@@ -43,8 +45,10 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
   static std::shared_ptr<MonitorTrash> create(MonitorDispatch& dispatch, XSocketServer& server,
                                               std::string mountTable = kMountTable);
   static constexpr const char* kMountTable = "/proc/self/mountinfo";
-  // How long events are let settle before the measurement they ask for.
+  // How long events must pause before the measurement they ask for, and how long at most a
+  // burst of events may put it off.
   static constexpr double kSettleSeconds = 0.5;
+  static constexpr double kLongestWaitSeconds = 2.0;
   ~MonitorTrash() override;
   MonitorTrash(const MonitorTrash&) = delete;
   MonitorTrash& operator=(const MonitorTrash&) = delete;
@@ -71,6 +75,7 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
  private:
   MonitorTrash(MonitorDispatch& dispatch, XSocketServer& server, std::string mountTable);
   void changed(const std::string& path);
+  void settleThenMeasure(double seconds);
   // Registers the Trashes found now and unregisters those gone; the home Trash again when it
   // is no longer the folder registered. Answers every Trash folder to measure.
   std::vector<std::string> refreshTrashes();
@@ -88,9 +93,13 @@ class VEXA_EXPORT MonitorTrash : public FileSystemMonitorDelegate,
   std::pair<uint64_t, uint64_t> trashIdentity_{0, 0};  // (device, inode) registered
   std::vector<std::string> volumeTrashes_;             // registered
   bool monitoring_ = false;
-  bool measurementDue_ = false;  // a measurement is asked for after the settling time
-  bool trashReplaced_ = false;   // an event named the Trash folder itself: registered anew
-  bool trashUnusable_ = false;   // the home Trash path names no folder (told once)
+  // A measurement is asked for once events settle; when the first and the last event asking
+  // for it came.
+  bool measurementDue_ = false;
+  std::chrono::steady_clock::time_point firstEvent_;
+  std::chrono::steady_clock::time_point lastEvent_;
+  bool trashReplaced_ = false;  // an event named the Trash folder itself: registered anew
+  bool trashUnusable_ = false;  // the home Trash path names no folder (told once)
   uint64_t preUsedSize_ = 0;
 };
 
