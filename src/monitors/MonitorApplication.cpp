@@ -378,8 +378,10 @@ void MonitorApplication::fileMoveIn(const std::string& path) {
   }
 }
 
+// Only a recorded application can be moved out or removed, so the table is asked before the
+// file system: a Trash emptied or a build tree deleted is thousands of events about other files.
 void MonitorApplication::fileMoveOut(const std::string& path) {
-  if (!isApplication(path)) return;
+  if (!recordAt(path) || !isApplication(path)) return;
   std::lock_guard lock(lock_);
   apps_.erase(path);
 }
@@ -395,7 +397,7 @@ void MonitorApplication::fileMoveOrRename(const std::string& source, const std::
 }
 
 void MonitorApplication::fileRemove(const std::string& path) {
-  if (isApplication(path)) removeApp(path, kRemoveDelaySeconds);
+  if (recordAt(path) && isApplication(path)) removeApp(path, kRemoveDelaySeconds);
 }
 
 void MonitorApplication::eventsLost(const std::string& folder) {
