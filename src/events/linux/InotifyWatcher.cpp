@@ -116,7 +116,12 @@ size_t InotifyWatcher::watchCount() const {
 
 void InotifyWatcher::threadMain() {
   runGuarded("file watcher", [this] {
+    // After a turn that read events the thread pauses briefly before the next, so that a storm
+    // (a tree deleted, an archive unpacked) is read in batches of hundreds, not a few events
+    // per wake-up; the first event after a quiet spell is still read at once, and delivery
+    // waits for the stream's latency anyway.
     while (step()) {
+      if (readSome_) std::this_thread::sleep_for(kBatchPause);
     }
   });
 }
@@ -153,7 +158,7 @@ bool InotifyWatcher::step(int maxWaitMs) {
     uint64_t count;
     [[maybe_unused]] ssize_t n = ::read(wakeFd_.get(), &count, sizeof count);
   }
-  if (ready > 0 && (fds[0].revents & POLLIN)) readEvents();
+  readSome_ = ready > 0 && (fds[0].revents & POLLIN) && readEvents();
   // Everything queued has been read: a move half still held has no second half coming soon.
   if (translator_.deadline()) {
     translator_.expire(Clock::now());
@@ -203,18 +208,21 @@ void InotifyWatcher::reconcile() {
   settled_.notify_all();
 }
 
-void InotifyWatcher::readEvents() {
+bool InotifyWatcher::readEvents() {
   alignas(struct inotify_event) char buffer[64 * 1024];
+  bool any = false;
   for (;;) {
     const ssize_t n = ::read(inotifyFd_.get(), buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
+    any = true;
     const auto now = Clock::now();
     for (const InotifyRecord& record : InotifyRecord::parse(buffer, static_cast<size_t>(n))) {
       translator_.translate(record, now);
     }
   }
   publishWatchCount();
+  return any;
 }
 
 void InotifyWatcher::publishWatchCount() {
@@ -346,6 +354,7 @@ void InotifyWatcher::deliverOnLoop() {
     deliveryPosted_ = false;
     if (!subscription_.active) return;  // kept for the next subscriber
     const uint64_t since = subscription_.sinceWhen;
+    batch.reserve(pending_.size());
     for (auto& event : pending_) {
       if (event.id > since && (event.flags == fsevent::kMustScanSubDirs ||
                                underRoots(event.path, subscription_.roots))) {

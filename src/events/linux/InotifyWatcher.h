@@ -82,7 +82,8 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher>,
   void threadMain();
   void reconcile();
   void wake();
-  void readEvents();
+  // Reads everything queued; answers whether there was anything.
+  bool readEvents();
   int addWatch(const std::string& path, uint32_t mask);
   void publishWatchCount();
   void deliverDue();
@@ -119,6 +120,9 @@ class InotifyWatcher : public std::enable_shared_from_this<InotifyWatcher>,
   std::atomic<bool> watchLimitReached_{false};
 
   // The watcher thread's own state.
+  // How long the thread pauses after a turn that read events (see threadMain).
+  static constexpr std::chrono::milliseconds kBatchPause{3};
+  bool readSome_ = false;  // the last turn read events
   uint64_t appliedGeneration_ = 0;
   InotifyWatchTable table_;
   InotifyTranslator translator_{table_, *this};  // its roots are the trees watched
