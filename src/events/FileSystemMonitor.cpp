@@ -176,6 +176,18 @@ void FileSystemMonitor::processBatch(const std::vector<std::string>& paths,
   const size_t count = std::min({paths.size(), flags.size(), ids.size()});
   if (count > 0) {
     auto target = delegate();
+    // Ends the batch however the loop is left.
+    struct Batch {
+      FileSystemMonitorDelegate* target;
+      explicit Batch(FileSystemMonitorDelegate* t) : target(t) {
+        if (target) target->batchBegins();
+      }
+      ~Batch() {
+        if (target) target->batchEnds();
+      }
+      Batch(const Batch&) = delete;
+      Batch& operator=(const Batch&) = delete;
+    } batch(target.get());
     uint64_t previousId = 0;
     const std::string* previousPath = nullptr;
     for (size_t i = 0; i < count; ++i) {

@@ -1,6 +1,7 @@
 #include "vexa/events/MonitorDispatch.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "util/PathName.h"
 #include "vexa/events/FileSystemMonitor.h"
@@ -91,18 +92,41 @@ std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() cons
 // events is one task per delegate that runs them all, not one task (and one wake-up of a worker)
 // per event. Delegates still run beside one another.
 void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate,
-                                    std::function<void()> call) {
+                                    Pending call) {
   auto& inbox = inboxes_[delegate.get()];
-  if (!inbox) inbox = std::make_shared<Inbox>();
+  if (!inbox) inbox = std::make_shared<Inbox>(delegate);
   std::lock_guard lock(inbox->mutex);
   inbox->calls.push_back(std::move(call));
   if (inbox->draining) return;
+  if (batches_ > 0) {
+    if (!std::exchange(inbox->held, true)) held_.push_back(inbox);
+    return;
+  }
   inbox->draining = true;
   queue_.async([box = inbox] { drain(box); });
 }
 
+void MonitorDispatch::batchBegins() {
+  std::lock_guard lock(mutex_);
+  ++batches_;
+}
+
+void MonitorDispatch::batchEnds() {
+  std::lock_guard lock(mutex_);
+  if (batches_ == 0 || --batches_ > 0) return;
+  for (const auto& inbox : held_) {
+    inbox->held = false;
+    std::lock_guard boxLock(inbox->mutex);
+    if (inbox->draining || inbox->calls.empty()) continue;
+    inbox->draining = true;
+    queue_.async([box = inbox] { drain(box); });
+  }
+  held_.clear();
+}
+
 void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
-  std::vector<std::function<void()>> calls;
+  FileSystemMonitorDelegate& delegate = *inbox->delegate;
+  std::vector<Pending> calls;
   for (;;) {
     {
       std::lock_guard lock(inbox->mutex);
@@ -112,7 +136,15 @@ void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
       }
       calls.swap(inbox->calls);
     }
-    for (auto& call : calls) call();
+    for (const Pending& pending : calls) {
+      if (pending.call) {
+        (delegate.*pending.call)(pending.path);
+      } else if (pending.lost) {
+        delegate.eventsLost(pending.path);
+      } else {
+        delegate.fileMoveOrRename(pending.path, pending.target);
+      }
+    }
     calls.clear();
   }
 }
@@ -122,8 +154,7 @@ void MonitorDispatch::fanOut(const std::string& path, Call call) {
   for (const auto& [key, delegates] : monitorDict_) {
     if (!matches(path, key)) continue;
     for (const auto& delegate : delegates) {
-      if (!delegate) continue;
-      deliverLocked(delegate, [delegate, path, call] { ((*delegate).*call)(path); });
+      if (delegate) deliverLocked(delegate, Pending{call, path, {}, false});
     }
   }
 }
@@ -161,7 +192,7 @@ void MonitorDispatch::eventsLost(const std::string& folder) {
     }
     for (const auto& delegate : delegates) {
       if (!delegate) continue;
-      deliverLocked(delegate, [delegate, scope] { delegate->eventsLost(scope); });
+      deliverLocked(delegate, Pending{nullptr, scope, {}, true});
     }
   }
 }
@@ -179,8 +210,7 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
       if (!matches(*side, key)) continue;
       for (const auto& delegate : delegates) {
         if (!delegate) continue;
-        deliverLocked(delegate,
-                      [delegate, source, target] { delegate->fileMoveOrRename(source, target); });
+        deliverLocked(delegate, Pending{nullptr, source, target, false});
       }
     }
   }

@@ -146,6 +146,29 @@ TEST_F(MonitorDispatchTest, MovesIntoAndOutOfTheTrashAreMoveIns) {
   EXPECT_EQ(a->calls(), Strings{"movein " + home + "/x"});
 }
 
+TEST_F(MonitorDispatchTest, ABatchIsHeldUntilItEndsAndKeepsItsOrder) {
+  auto a = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, a);
+  dispatch->batchBegins();
+  dispatch->batchBegins();  // nested: only the outer end lets the calls go
+  dispatch->fileCreated(home + "/1");
+  dispatch->fileMoveOrRename(home + "/1", home + "/2");
+  dispatch->fileRemove(home + "/2");
+  dispatch->eventsLost(home);
+  dispatch->batchEnds();
+  EXPECT_FALSE(a->waitForCount(1, std::chrono::milliseconds(200)));
+  dispatch->batchEnds();
+  dispatch->batchEnds();  // one end too many changes nothing
+  ASSERT_TRUE(a->waitForCount(5));
+  // The rename is heard once for each side; the order is the events'.
+  EXPECT_EQ(a->calls(), (Strings{"created " + home + "/1", "move " + home + "/1 -> " + home + "/2",
+                                 "move " + home + "/1 -> " + home + "/2", "removed " + home + "/2",
+                                 "lost " + home}));
+  // Outside a batch calls go at once.
+  dispatch->fileModify(home + "/3");
+  ASSERT_TRUE(a->waitForCount(6));
+}
+
 TEST_F(MonitorDispatchTest, EachTaskKeepsItsDelegateAlive) {
   auto a = std::make_shared<RecordingDelegate>();
   dispatch->addMonitorPath(home, a);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -20,13 +19,13 @@ class FileSystemMonitor;
 //
 // A registrant gives a path and itself; the dispatcher keeps the event stream watching exactly
 // the registered paths and hands every event to each delegate whose path is a plain string
-// prefix of the event's path, as one asynchronous task per (event, path, delegate) on the
-// global queue. A delegate registered under two matching paths hears an event twice, and a move
-// within one watched tree reaches each of its delegates twice, once for the source and once for
-// the target: registrants must tolerate repeats. Moves into or out of the Trash are reported as
-// a move-in of the new location. Registered delegates are retained. Safe from any thread; the
-// events arrive on the main thread. Registration changes wait for one another (each may restart
-// the stream, a crawl of the new trees); events are dispatched meanwhile.
+// prefix of the event's path, asynchronously on the global queue: one call per (event, path,
+// delegate), in event order for each delegate. A delegate registered under two matching paths hears
+// an event twice, and a move within one watched tree reaches each of its delegates twice, once for
+// the source and once for the target: registrants must tolerate repeats. Moves into or out of the
+// Trash are reported as a move-in of the new location. Registered delegates are retained. Safe from
+// any thread; the events arrive on the main thread. Registration changes wait for one another (each
+// may restart the stream, a crawl of the new trees); events are dispatched meanwhile.
 class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
                                     public std::enable_shared_from_this<MonitorDispatch> {
  public:
@@ -52,24 +51,37 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   // Reaches each delegate whose registered path overlaps the folder, once per registration,
   // with the narrower of the two: its own path when that lies inside the folder.
   void eventsLost(const std::string& folder) override;
+  // Calls of a batch wait in the inboxes until its end, when each delegate's drain is started
+  // once: the queue's workers do not take them one by one while the batch is still coming.
+  void batchBegins() override;
+  void batchEnds() override;
 
  private:
   using Registration =
       std::pair<std::string, std::vector<std::shared_ptr<FileSystemMonitorDelegate>>>;
   using Call = void (FileSystemMonitorDelegate::*)(const std::string&);
-
+  // One call waiting: `call` with `path`, or, without `call`, a rename (`path` to `target`)
+  // or events lost in the folder `path`.
+  struct Pending {
+    Call call = nullptr;
+    std::string path;
+    std::string target;
+    bool lost = false;
+  };
   // The calls waiting for one delegate, run in order by one task on the queue at a time.
   struct Inbox {
+    explicit Inbox(std::shared_ptr<FileSystemMonitorDelegate> d) : delegate(std::move(d)) {}
+    const std::shared_ptr<FileSystemMonitorDelegate> delegate;
     std::mutex mutex;
-    std::vector<std::function<void()>> calls;
+    std::vector<Pending> calls;
     bool draining = false;
+    bool held = false;  // in held_; guarded by the dispatcher's mutex_
   };
 
   MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
   void fanOut(const std::string& path, Call call);
-  // Hands `call` to the delegate's inbox; mutex_ held.
-  void deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate,
-                     std::function<void()> call);
+  // Hands the call to the delegate's inbox; mutex_ held.
+  void deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate, Pending call);
   static void drain(const std::shared_ptr<Inbox>& inbox);
 
   // Serializes registration changes and the stream restarts they cause, so that the stream's
@@ -82,6 +94,8 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   mutable std::mutex mutex_;
   std::vector<Registration> monitorDict_;
   std::map<const FileSystemMonitorDelegate*, std::shared_ptr<Inbox>> inboxes_;  // by mutex_
+  int batches_ = 0;                           // batches begun and not ended; by mutex_
+  std::vector<std::shared_ptr<Inbox>> held_;  // inboxes given calls meanwhile; by mutex_
 };
 
 }  // namespace vexa
