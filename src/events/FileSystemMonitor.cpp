@@ -179,15 +179,15 @@ void FileSystemMonitor::processBatch(const std::vector<std::string>& paths,
     // Ends the batch however the loop is left.
     struct Batch {
       FileSystemMonitorDelegate* target;
-      explicit Batch(FileSystemMonitorDelegate* t) : target(t) {
-        if (target) target->batchBegins();
+      Batch(FileSystemMonitorDelegate* t, size_t events) : target(t) {
+        if (target) target->batchBegins(events);
       }
       ~Batch() {
         if (target) target->batchEnds();
       }
       Batch(const Batch&) = delete;
       Batch& operator=(const Batch&) = delete;
-    } batch(target.get());
+    } batch(target.get(), count);
     uint64_t previousId = 0;
     const std::string* previousPath = nullptr;
     for (size_t i = 0; i < count; ++i) {

@@ -76,7 +76,11 @@ void MonitorDispatch::removeMonitorPath(
         std::any_of(monitorDict_.begin(), monitorDict_.end(), [&](const auto& r) {
           return std::find(r.second.begin(), r.second.end(), delegate) != r.second.end();
         });
-    if (!elsewhere) inboxes_.erase(delegate.get());
+    if (!elsewhere) {
+      inboxes_.erase(std::remove_if(inboxes_.begin(), inboxes_.end(),
+                                    [&](const auto& box) { return box.first == delegate.get(); }),
+                     inboxes_.end());
+    }
     if (!delegates.empty()) return;
     monitorDict_.erase(entry);
   }
@@ -93,22 +97,29 @@ std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() cons
 // per event. Delegates still run beside one another.
 void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate,
                                     Pending call) {
-  auto& inbox = inboxes_[delegate.get()];
-  if (!inbox) inbox = std::make_shared<Inbox>(delegate);
-  std::lock_guard lock(inbox->mutex);
-  inbox->calls.push_back(std::move(call));
-  if (inbox->draining) return;
-  if (batches_ > 0) {
-    if (!std::exchange(inbox->held, true)) held_.push_back(inbox);
-    return;
+  auto found = std::find_if(inboxes_.begin(), inboxes_.end(),
+                            [&](const auto& box) { return box.first == delegate.get(); });
+  if (found == inboxes_.end()) {
+    found = inboxes_.emplace(inboxes_.end(), delegate.get(), std::make_shared<Inbox>(delegate));
   }
+  const std::shared_ptr<Inbox>& inbox = found->second;
+  std::lock_guard lock(inbox->mutex);
+  if (batches_ > 0 && !inbox->draining && !inbox->held) {
+    inbox->held = true;
+    held_.push_back(inbox);
+    // Room for the batch at once rather than grown call by call; a delegate that hears little
+    // of a large batch must not hold room for all of it, hence the bound.
+    inbox->calls.reserve(inbox->calls.size() + std::min<size_t>(batchEvents_, kBatchRoom));
+  }
+  inbox->calls.push_back(std::move(call));
+  if (inbox->draining || inbox->held) return;
   inbox->draining = true;
   queue_.async([box = inbox] { drain(box); });
 }
 
-void MonitorDispatch::batchBegins() {
+void MonitorDispatch::batchBegins(size_t events) {
   std::lock_guard lock(mutex_);
-  ++batches_;
+  if (batches_++ == 0) batchEvents_ = events;
 }
 
 void MonitorDispatch::batchEnds() {

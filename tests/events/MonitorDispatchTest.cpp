@@ -149,8 +149,8 @@ TEST_F(MonitorDispatchTest, MovesIntoAndOutOfTheTrashAreMoveIns) {
 TEST_F(MonitorDispatchTest, ABatchIsHeldUntilItEndsAndKeepsItsOrder) {
   auto a = std::make_shared<RecordingDelegate>();
   dispatch->addMonitorPath(home, a);
-  dispatch->batchBegins();
-  dispatch->batchBegins();  // nested: only the outer end lets the calls go
+  dispatch->batchBegins(4);
+  dispatch->batchBegins(4);  // nested: only the outer end lets the calls go
   dispatch->fileCreated(home + "/1");
   dispatch->fileMoveOrRename(home + "/1", home + "/2");
   dispatch->fileRemove(home + "/2");

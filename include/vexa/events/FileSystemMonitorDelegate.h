@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "vexa/Export.h"
@@ -31,9 +32,10 @@ class VEXA_EXPORT FileSystemMonitorDelegate {
   // to be delivered): anything in it may have changed unseen, so what the delegate knows of it
   // must be checked again. "/" means everywhere.
   virtual void eventsLost(const std::string& folder) { (void)folder; }
-  // The calls above come in batches (what the stream gathered over its latency), each between
-  // these two: a delegate that passes the calls on can pass a batch on at once.
-  virtual void batchBegins() {}
+  // The calls above come in batches (what the stream gathered over its latency, `events` of
+  // them), each between these two: a delegate that passes the calls on can pass a batch on at
+  // once.
+  virtual void batchBegins(size_t events) { (void)events; }
   virtual void batchEnds() {}
 };
 

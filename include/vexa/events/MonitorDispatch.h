@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -53,7 +52,7 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   void eventsLost(const std::string& folder) override;
   // Calls of a batch wait in the inboxes until its end, when each delegate's drain is started
   // once: the queue's workers do not take them one by one while the batch is still coming.
-  void batchBegins() override;
+  void batchBegins(size_t events) override;
   void batchEnds() override;
 
  private:
@@ -93,9 +92,12 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   // Guards the table; held only briefly, never across a call into the monitor.
   mutable std::mutex mutex_;
   std::vector<Registration> monitorDict_;
-  std::map<const FileSystemMonitorDelegate*, std::shared_ptr<Inbox>> inboxes_;  // by mutex_
-  int batches_ = 0;                           // batches begun and not ended; by mutex_
-  std::vector<std::shared_ptr<Inbox>> held_;  // inboxes given calls meanwhile; by mutex_
+  // By delegate: a handful, looked up for every call. Guarded by mutex_, as the rest.
+  std::vector<std::pair<const FileSystemMonitorDelegate*, std::shared_ptr<Inbox>>> inboxes_;
+  int batches_ = 0;                            // batches begun and not ended
+  size_t batchEvents_ = 0;                     // how many events the outermost one holds
+  static constexpr size_t kBatchRoom = 16384;  // calls an inbox makes room for, at most
+  std::vector<std::shared_ptr<Inbox>> held_;   // inboxes given calls meanwhile; by mutex_
 };
 
 }  // namespace vexa
