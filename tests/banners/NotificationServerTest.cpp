@@ -20,7 +20,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace notification_server_test {
 
 using Banner = std::shared_ptr<UserNotification>;
 using namespace std::chrono_literals;
@@ -269,5 +269,5 @@ TEST_F(NotificationServerTest, WithoutABusEveryBannerIsToldGoneOnALaterTurn) {
   EXPECT_TRUE(center->deliveredNotifications().front() == lost);
 }
 
-}  // namespace
+}  // namespace notification_server_test
 }  // namespace vexa

@@ -13,7 +13,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace user_notification_center_test {
 
 using test::FakeBannerViews;
 using Banner = std::shared_ptr<UserNotification>;
@@ -263,5 +263,5 @@ TEST_F(CenterTest, AClickWhileABannerAnimatesIsIgnoredAndAGoneBannerIsToldAsAnsw
                                       "destroyed b", "activate b 0"}));
 }
 
-}  // namespace
+}  // namespace user_notification_center_test
 }  // namespace vexa

@@ -17,7 +17,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace f_s_watch_queue_live_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -195,5 +195,5 @@ TEST(FSWatchQueueLive, AnUnmountedFileSystemRevokesAccess) {
   if (unmounted != 0) ::umount2(mnt.c_str(), MNT_DETACH);
 }
 
-}  // namespace
+}  // namespace f_s_watch_queue_live_test
 }  // namespace vexa

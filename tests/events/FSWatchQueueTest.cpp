@@ -12,7 +12,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace f_s_watch_queue_test {
 
 using namespace std::chrono_literals;
 using namespace watchqueue;
@@ -190,5 +190,5 @@ TEST_F(FSWatchQueueTest, ACallBackWaitingWhenTheQueueGoesIsDropped) {
   EXPECT_TRUE(delegate->calls.empty());
 }
 
-}  // namespace
+}  // namespace f_s_watch_queue_test
 }  // namespace vexa

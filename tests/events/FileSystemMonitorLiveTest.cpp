@@ -14,7 +14,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace file_system_monitor_live_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -70,5 +70,5 @@ TEST(FileSystemMonitorLiveTest, EventsReachRegistrantsAndIdentifiersSurviveARest
   EXPECT_EQ(prefs.integerForKey("SyncEventID"), storedAfterFirstRun + 2);
 }
 
-}  // namespace
+}  // namespace file_system_monitor_live_test
 }  // namespace vexa

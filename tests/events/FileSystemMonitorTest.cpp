@@ -9,7 +9,7 @@
 #include "vexa/util/Preferences.h"
 
 namespace vexa {
-namespace {
+namespace file_system_monitor_test {
 
 using test::FakeStreamLog;
 using Strings = std::vector<std::string>;
@@ -126,5 +126,5 @@ TEST_F(FileSystemMonitorTest, WithoutADelegateNothingIsCalledAndNothingBreaks) {
   EXPECT_TRUE(delegate->calls().empty());
 }
 
-}  // namespace
+}  // namespace file_system_monitor_test
 }  // namespace vexa

@@ -15,7 +15,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace inotify_limits_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -158,5 +158,5 @@ TEST_F(InotifyLimitsTest, TheWatchLimitIsReportedOnceAndTheRestKeepsWorking) {
   EXPECT_TRUE(RunLoop::main().runUntil([&] { return received(file, fsevent::kItemCreated); }, 10s));
 }
 
-}  // namespace
+}  // namespace inotify_limits_test
 }  // namespace vexa

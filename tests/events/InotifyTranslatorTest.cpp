@@ -9,7 +9,7 @@
 #include "events/EventStream.h"
 
 namespace vexa {
-namespace {
+namespace inotify_translator_test {
 
 using Clock = InotifyTranslator::Clock;
 using Log = std::vector<std::string>;
@@ -251,5 +251,5 @@ TEST(InotifyRecordTest, ParsesWhatOneReadAnswers) {
   EXPECT_EQ(InotifyRecord::parse(bytes.data(), 5), std::vector<InotifyRecord>{});
 }
 
-}  // namespace
+}  // namespace inotify_translator_test
 }  // namespace vexa

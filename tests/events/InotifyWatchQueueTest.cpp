@@ -8,7 +8,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace inotify_watch_queue_test {
 
 using namespace watchqueue;
 
@@ -253,5 +253,5 @@ TEST_F(InotifyWatchQueueTest, LocateFindsTheItemByIdentityNotByName) {
   EXPECT_EQ(engine->locate(2, 4, "/w", true), std::nullopt);
 }
 
-}  // namespace
+}  // namespace inotify_watch_queue_test
 }  // namespace vexa

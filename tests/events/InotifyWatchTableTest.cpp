@@ -5,7 +5,7 @@
 #include <algorithm>
 
 namespace vexa {
-namespace {
+namespace inotify_watch_table_test {
 
 using Paths = std::vector<std::string>;
 
@@ -117,5 +117,5 @@ TEST_F(InotifyWatchTableTest, ClearingForgetsAwaitedConfirmationsToo) {
   EXPECT_EQ(table.size(), 1u);
 }
 
-}  // namespace
+}  // namespace inotify_watch_table_test
 }  // namespace vexa

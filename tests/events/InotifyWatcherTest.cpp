@@ -11,7 +11,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace inotify_watcher_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -198,5 +198,5 @@ TEST_F(InotifyWatcherTest, ModificationsOfOneFileAreCoalescedWithinABatch) {
   EXPECT_LT(modifications, 20);
 }
 
-}  // namespace
+}  // namespace inotify_watcher_test
 }  // namespace vexa

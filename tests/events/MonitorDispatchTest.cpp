@@ -13,7 +13,7 @@
 #include "vexa/util/Preferences.h"
 
 namespace vexa {
-namespace {
+namespace monitor_dispatch_test {
 
 using test::RecordingDelegate;
 using Strings = std::vector<std::string>;
@@ -209,5 +209,5 @@ TEST_F(MonitorDispatchTest, EventsAreDispatchedWhileARegistrationRestartsTheStre
   EXPECT_EQ(dispatch->registrations()[2].first, second);
 }
 
-}  // namespace
+}  // namespace monitor_dispatch_test
 }  // namespace vexa

@@ -12,7 +12,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace frame_test {
 
 // A channel that records every send call and plays back scripted receive data.
 class ScriptedChannel : public ByteChannel {
@@ -131,5 +131,5 @@ TEST(FrameTest, LargeMessagesCrossARealSocketIntact) {
   ::close(pair[1]);
 }
 
-}  // namespace
+}  // namespace frame_test
 }  // namespace vexa

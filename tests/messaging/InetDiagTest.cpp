@@ -10,7 +10,7 @@
 #include <limits>
 
 namespace vexa {
-namespace {
+namespace inet_diag_test {
 
 // A loopback connection as the agent sees it: our end 127.0.0.1:40133, the peer's
 // 127.0.0.1:40134.
@@ -108,5 +108,5 @@ TEST(InetDiagTest, AKernelErrorIsPassedOnAndNothingElseTakenForOne) {
   }
 }
 
-}  // namespace
+}  // namespace inet_diag_test
 }  // namespace vexa

@@ -5,7 +5,7 @@
 #include "vexa/messaging/Message.h"
 
 namespace vexa {
-namespace {
+namespace json2_model_test {
 
 using nlohmann::json;
 
@@ -191,5 +191,5 @@ TEST(Json2ModelTest, ScalarsAreConvertedAndOtherValuesKeptAsTheyCome) {
   EXPECT_TRUE(n->valueForKey("isbn").isAbsent());
 }
 
-}  // namespace
+}  // namespace json2_model_test
 }  // namespace vexa

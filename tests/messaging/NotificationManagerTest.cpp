@@ -21,7 +21,7 @@
 #include "vexa/messaging/XSocketServer.h"
 
 namespace vexa {
-namespace {
+namespace notification_manager_test {
 
 using test::FakeBannerViews;
 using test::RawClient;
@@ -240,5 +240,5 @@ TEST(LocalizedStringsFileTest, TheLanguagesFolderIsReadAndOddLanguagesAreNot) {
   EXPECT_EQ(LocalizedStrings::load(dir.path(), "").size(), 0u);
 }
 
-}  // namespace
+}  // namespace notification_manager_test
 }  // namespace vexa

@@ -17,7 +17,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace peer_policy_server_test {
 
 using test::RawClient;
 
@@ -143,5 +143,5 @@ TEST_P(PeerPolicyServerTest, AFloodFromAnotherUserLeavesTheHostServedAndTheLogQu
 INSTANTIATE_TEST_SUITE_P(Loopback, PeerPolicyServerTest, ::testing::Values(kIPv4, "::1"),
                          [](const auto& test) { return test.index == 0 ? "IPv4" : "IPv6"; });
 
-}  // namespace
+}  // namespace peer_policy_server_test
 }  // namespace vexa

@@ -8,7 +8,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace same_user_policy_test {
 
 // Answers every lookup with one owner (or one error) and counts the lookups.
 class FixedCredentials : public PeerCredentials {
@@ -117,5 +117,5 @@ TEST(SameUserPolicyTest, AFloodOfRefusalsLogsEachKindOnceAndThenStops) {
   EXPECT_EQ(lines.size(), SameUserPolicy::kLoggedRefusals + 1);
 }
 
-}  // namespace
+}  // namespace same_user_policy_test
 }  // namespace vexa

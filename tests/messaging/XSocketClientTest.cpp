@@ -9,7 +9,7 @@
 #include "vexa/messaging/XSocketServer.h"
 
 namespace vexa {
-namespace {
+namespace x_socket_client_test {
 
 using test::eventually;
 
@@ -62,5 +62,5 @@ TEST(XSocketClientTest, AQuitTextClosesTheClient) {
   acceptor.join();
 }
 
-}  // namespace
+}  // namespace x_socket_client_test
 }  // namespace vexa

@@ -17,7 +17,7 @@
 #include "vexa/messaging/XConnectClient.h"
 
 namespace vexa {
-namespace {
+namespace x_socket_server_test {
 
 using nlohmann::json;
 using test::RawClient;
@@ -269,5 +269,5 @@ TEST(XSocketServerBindTest, AnEmptyHostMeansLoopbackOnly) {
   EXPECT_FALSE(XSocketServer::create()->setBlock(true));  // no socket yet
 }
 
-}  // namespace
+}  // namespace x_socket_server_test
 }  // namespace vexa

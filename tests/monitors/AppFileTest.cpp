@@ -7,7 +7,7 @@
 #include "monitors/ExecutableArchitectures.h"
 
 namespace vexa {
-namespace {
+namespace app_file_test {
 
 TEST(AppFileTest, DescriptionListsEveryFieldInOrder) {
   AppFile app;
@@ -103,5 +103,5 @@ TEST(ExecutableArchitecturesTest, MachOThinFatAndElf) {
   EXPECT_TRUE(ExecutableArchitectures::ofFile("/nonexistent").empty());
 }
 
-}  // namespace
+}  // namespace app_file_test
 }  // namespace vexa

@@ -11,7 +11,7 @@
 #include "vexa/util/MonitorString.h"
 
 namespace vexa {
-namespace {
+namespace app_record_test {
 
 namespace fs = std::filesystem;
 using test::BundleRecipe;
@@ -323,5 +323,5 @@ TEST_F(AppRecordTest, MetadataAndKinds) {
   EXPECT_FALSE(monitor->isApplication(dir / "home/gone.txt"));
 }
 
-}  // namespace
+}  // namespace app_record_test
 }  // namespace vexa

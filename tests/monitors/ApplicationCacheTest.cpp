@@ -10,7 +10,7 @@
 #include "vexa/util/MonitorData.h"
 
 namespace vexa {
-namespace {
+namespace application_cache_test {
 
 using nlohmann::json;
 
@@ -83,5 +83,5 @@ TEST(ApplicationCacheTest, AnEarlierSnapshotNeverReplacesALaterOne) {
   EXPECT_FALSE(ApplicationCache::read(folder));
 }
 
-}  // namespace
+}  // namespace application_cache_test
 }  // namespace vexa

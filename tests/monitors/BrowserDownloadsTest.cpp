@@ -8,7 +8,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace browser_downloads_test {
 
 using Strings = std::vector<std::string>;
 
@@ -141,5 +141,5 @@ TEST(BrowserDownloadsTest, RemovingChromesSettingsChangesTheTableButRaisesNoFlag
   EXPECT_TRUE(r.rules->downloadFolderChanged());
 }
 
-}  // namespace
+}  // namespace browser_downloads_test
 }  // namespace vexa

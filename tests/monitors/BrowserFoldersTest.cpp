@@ -10,7 +10,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace browser_folders_test {
 
 namespace fs = std::filesystem;
 using Table = std::map<std::string, std::string>;
@@ -257,5 +257,5 @@ TEST(BrowserDownloadsNames, ExtensionsAndTypes) {
   EXPECT_EQ(BrowserDownloads::withoutExtension("/d.x/a"), "/d.x/a");
 }
 
-}  // namespace
+}  // namespace browser_folders_test
 }  // namespace vexa

@@ -11,7 +11,7 @@ void PrintTo(const BrowserPreferences::FirefoxProfile& p, std::ostream* os) {
   *os << p.path << (p.isRelative ? " (relative)" : "");
 }
 
-namespace {
+namespace browser_preferences_test {
 
 using Profile = BrowserPreferences::FirefoxProfile;
 
@@ -156,5 +156,5 @@ INSTANTIATE_TEST_SUITE_P(
         PrefsCase{"MissingSemicolonAtEnd", "user_pref(\"a\", 1)", {}}, PrefsCase{"Empty", "", {}}),
     [](const auto& c) { return std::string(c.param.name); });
 
-}  // namespace
+}  // namespace browser_preferences_test
 }  // namespace vexa

@@ -8,7 +8,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace desktop_entry_summary_test {
 
 namespace fs = std::filesystem;
 
@@ -73,5 +73,5 @@ INSTANTIATE_TEST_SUITE_P(
                    false, nullptr}),
     [](const auto& param) { return std::string(param.param.name); });
 
-}  // namespace
+}  // namespace desktop_entry_summary_test
 }  // namespace vexa

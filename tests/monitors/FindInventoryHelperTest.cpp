@@ -8,7 +8,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace find_inventory_helper_test {
 
 using Strings = std::vector<std::string>;
 
@@ -28,5 +28,5 @@ TEST(FindInventoryHelperTest, WhenFindCannotStartTheHelperRunsIt) {
   EXPECT_EQ(inventory.run(FindInventory::command(dir / "a", "f", {"*.deb"})), Strings{deb});
 }
 
-}  // namespace
+}  // namespace find_inventory_helper_test
 }  // namespace vexa

@@ -7,7 +7,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace find_inventory_test {
 
 using nlohmann::json;
 using Strings = std::vector<std::string>;
@@ -111,5 +111,5 @@ TEST(FindInventoryTest, TheRealFindListsARealTree) {
   EXPECT_EQ(find.run(FindInventory::command(dir / "a", "f", {"*.deb"})), Strings{deb});
 }
 
-}  // namespace
+}  // namespace find_inventory_test
 }  // namespace vexa

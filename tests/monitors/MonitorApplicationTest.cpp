@@ -23,7 +23,7 @@
 #include "vexa/util/MonitorData.h"
 
 namespace vexa {
-namespace {
+namespace monitor_application_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -519,5 +519,5 @@ TEST_F(MonitorApplicationTest, AHostThatStopsReadingHoldsUpNeitherRecordsNorOthe
       << "installs were held up by a host that reads nothing";
 }
 
-}  // namespace
+}  // namespace monitor_application_test
 }  // namespace vexa

@@ -10,7 +10,7 @@
 #include "monitors/PathListCache.h"
 
 namespace vexa {
-namespace {
+namespace monitor_download_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -194,5 +194,5 @@ TEST_F(MonitorDownloadTest, BrowserSettingsChangesMoveTheWatchedFolders) {
                                        std::chrono::seconds(15)));
 }
 
-}  // namespace
+}  // namespace monitor_download_test
 }  // namespace vexa

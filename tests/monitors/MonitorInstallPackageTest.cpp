@@ -10,7 +10,7 @@
 #include "monitors/PathListCache.h"
 
 namespace vexa {
-namespace {
+namespace monitor_install_package_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -239,5 +239,5 @@ TEST_F(MonitorInstallPackageTest, ANonEmptyCacheIsCheckedAgainInTheBackground) {
   EXPECT_EQ(find.runs, 1);
 }
 
-}  // namespace
+}  // namespace monitor_install_package_test
 }  // namespace vexa

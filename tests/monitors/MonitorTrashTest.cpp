@@ -19,7 +19,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace monitor_trash_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -202,5 +202,5 @@ TEST_F(MonitorTrashTest, ATrashDeletedIsMadeAgainAndOneReplacedByALinkIsNotFollo
             1);
 }
 
-}  // namespace
+}  // namespace monitor_trash_test
 }  // namespace vexa

@@ -11,7 +11,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace package_database_test {
 
 namespace fs = std::filesystem;
 using test::TempDir;
@@ -290,5 +290,5 @@ TEST(PackageMetadataTest, OnlyInstalledStanzasWithANameCount) {
   EXPECT_FALSE(packages[1].version);
 }
 
-}  // namespace
+}  // namespace package_database_test
 }  // namespace vexa

@@ -11,7 +11,7 @@
 #include "support/AppFixtures.h"
 
 namespace vexa {
-namespace {
+namespace package_record_test {
 
 namespace fs = std::filesystem;
 using test::makeDesktopEntry;
@@ -129,5 +129,5 @@ TEST(RealDpkgTest, AnInstalledPackageIsFoundAfterTheStatusFileChanged) {
   EXPECT_GE(*owner->installedSize, 1u << 20);
 }
 
-}  // namespace
+}  // namespace package_record_test
 }  // namespace vexa

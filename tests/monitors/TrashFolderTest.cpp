@@ -12,7 +12,7 @@
 #include "vexa/monitors/MonitorTrash.h"
 
 namespace vexa {
-namespace {
+namespace trash_folder_test {
 
 namespace fs = std::filesystem;
 
@@ -84,5 +84,5 @@ TEST(TrashFolderTest, AFileIsItsAllocationAndAMissingPathNothing) {
   EXPECT_EQ(TrashFolder::commonAttributesOfFile(dir / "f")["NSFileSize"], 4096);
 }
 
-}  // namespace
+}  // namespace trash_folder_test
 }  // namespace vexa

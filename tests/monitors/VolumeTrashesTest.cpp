@@ -11,7 +11,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace volume_trashes_test {
 
 namespace fs = std::filesystem;
 
@@ -171,5 +171,5 @@ TEST_F(VolumeTrashesTest, AMountedTmpfsTrashIsListedWhileMounted) {
   }
 }
 
-}  // namespace
+}  // namespace volume_trashes_test
 }  // namespace vexa

@@ -11,7 +11,7 @@
 #include "vexa/util/Utilities.h"
 
 namespace vexa {
-namespace {
+namespace watch_application_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -84,5 +84,5 @@ TEST_F(WatchApplicationTest, StopWatchForgetsAndSetsTheStopFlag) {
   EXPECT_TRUE(watch->watchApps().empty());
 }
 
-}  // namespace
+}  // namespace watch_application_test
 }  // namespace vexa

@@ -20,7 +20,7 @@
 #include "vexa/util/Utilities.h"
 
 namespace vexa {
-namespace {
+namespace watch_download_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -403,5 +403,5 @@ TEST_F(WatchDownloadTest, ADownloadFolderRemovedIsDropped) {
   ASSERT_TRUE(until([&] { return watch->downloadFolders().empty(); }));
 }
 
-}  // namespace
+}  // namespace watch_download_test
 }  // namespace vexa

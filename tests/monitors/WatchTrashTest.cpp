@@ -15,7 +15,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace watch_trash_test {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -183,5 +183,5 @@ TEST_F(WatchTrashTest, AVolumesTrashIsWalkedMeasuredAndWatchedWhileMounted) {
   real->stopWatch();
 }
 
-}  // namespace
+}  // namespace watch_trash_test
 }  // namespace vexa

@@ -11,7 +11,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace brindle_utility_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -243,5 +243,5 @@ TEST_F(BrindleUtilityTest, TransportTroubleIsLoggedWithTheKnownTexts) {
   EXPECT_NE(error.find("unknown helper label"), std::string::npos) << error;
 }
 
-}  // namespace
+}  // namespace brindle_utility_test
 }  // namespace vexa

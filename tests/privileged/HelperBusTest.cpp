@@ -11,7 +11,7 @@
 #include "vexa/privileged/BrindleUtility.h"
 
 namespace vexa {
-namespace {
+namespace helper_bus_test {
 
 namespace fs = std::filesystem;
 using test::ChildProcess;
@@ -155,5 +155,5 @@ TEST(HelperBusTest, PurgeIsAskedAboutUnderItsOwnAction) {
                                    "check com.tarnwick.PrivilegesHelper.purge system-bus-name"));
 }
 
-}  // namespace
+}  // namespace helper_bus_test
 }  // namespace vexa

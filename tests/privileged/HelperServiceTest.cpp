@@ -13,7 +13,7 @@
 #include "vexa/util/MonitorString.h"
 
 namespace vexa {
-namespace {
+namespace helper_service_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -197,5 +197,5 @@ TEST(HelperServiceTest, MalformedRequestsAreRefused) {
   for (const auto& request : bad) EXPECT_FALSE(ok(ask(request))) << request.dump().substr(0, 120);
 }
 
-}  // namespace
+}  // namespace helper_service_test
 }  // namespace vexa

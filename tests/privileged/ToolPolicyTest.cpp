@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 namespace vexa {
-namespace {
+namespace tool_policy_test {
 
 TEST(ToolPolicyTest, OnlyAllowListedSystemToolsRun) {
   EXPECT_TRUE(ToolPolicy::check("/usr/bin/find", "/tmp&|&-type&|&f").allowed);
@@ -67,5 +67,5 @@ TEST(ToolPolicyTest, LipoFallsBackToLlvmLipo) {
   EXPECT_FALSE(ToolPolicy::check("/usr/bin/lipo", "-create&|&a&|&-output&|&/etc/x").allowed);
 }
 
-}  // namespace
+}  // namespace tool_policy_test
 }  // namespace vexa

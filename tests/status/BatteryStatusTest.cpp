@@ -7,7 +7,7 @@
 #include "status/PowerSources.h"
 
 namespace vexa {
-namespace {
+namespace battery_status_test {
 
 // Hands out whatever the test last put in `now`.
 class ScriptedSources : public PowerSources {
@@ -206,5 +206,5 @@ TEST(BatteryStatusTest, NoBatteryNoInformation) {
   EXPECT_EQ(status->batteryMaxCapacity(), nullptr);
 }
 
-}  // namespace
+}  // namespace battery_status_test
 }  // namespace vexa

@@ -12,7 +12,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace clean_budget_test {
 
 constexpr uint64_t kMiB = uint64_t{1} << 20;
 constexpr uint64_t kGiB = uint64_t{1} << 30;
@@ -113,5 +113,5 @@ TEST(CleanBudgetTest, ReclaimWritesTheInactiveFileBytes) {
   EXPECT_FALSE(MemoryCleaner::reclaimInactiveFiles(machine("vm-2cpu")));
 }
 
-}  // namespace
+}  // namespace clean_budget_test
 }  // namespace vexa

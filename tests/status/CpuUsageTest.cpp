@@ -5,7 +5,7 @@
 #include <ostream>
 
 namespace vexa {
-namespace {
+namespace cpu_usage_test {
 
 CoreTicks ticks(int index, uint64_t user, uint64_t nice, uint64_t system, uint64_t idle,
                 uint64_t iowait = 0, uint64_t irq = 0, uint64_t softirq = 0, uint64_t steal = 0) {
@@ -93,5 +93,5 @@ TEST(CpuUsageTest, CoreLeavingAndComingBack) {
   EXPECT_EQ(cores[1].idle, 90);
 }
 
-}  // namespace
+}  // namespace cpu_usage_test
 }  // namespace vexa

@@ -5,7 +5,7 @@
 #include <ostream>
 
 namespace vexa {
-namespace {
+namespace daemon_power_sources_test {
 
 PowerDevice battery(uint32_t state, double energy, double full) {
   PowerDevice device;
@@ -153,5 +153,5 @@ TEST(DaemonSummaryTest, ElectricalFiguresInTheBatterysUnits) {
   EXPECT_EQ(snapshot.sources[0].value("BatteryHealth", ""), "Good");  // 55.5 of 60 Wh
 }
 
-}  // namespace
+}  // namespace daemon_power_sources_test
 }  // namespace vexa

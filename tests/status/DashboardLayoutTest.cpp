@@ -9,7 +9,7 @@
 #include "DashboardText.h"
 
 namespace vexa::tools {
-namespace {
+namespace dashboard_layout_test {
 
 using Line = DashboardLayout::Line;
 
@@ -165,5 +165,5 @@ TEST(DashboardLayoutTest, ModeSpecificText) {
   EXPECT_EQ(text.find("Applications"), std::string::npos);
 }
 
-}  // namespace
+}  // namespace dashboard_layout_test
 }  // namespace vexa::tools

@@ -8,7 +8,7 @@
 #include "DashboardModel.h"
 
 namespace vexa::tools {
-namespace {
+namespace dashboard_model_test {
 
 using Action = DashboardModel::Action;
 using Prompt = DashboardModel::Prompt;
@@ -163,5 +163,5 @@ TEST(DashboardModelTest, NetworkHistoryGrowsOncePerSample) {
             static_cast<double>(DashboardModel::kHistoryLength + 4) / 2);
 }
 
-}  // namespace
+}  // namespace dashboard_model_test
 }  // namespace vexa::tools

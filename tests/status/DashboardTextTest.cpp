@@ -8,7 +8,7 @@
 #include "DashboardText.h"
 
 namespace vexa::tools {
-namespace {
+namespace dashboard_text_test {
 
 bool isAscii(const std::string& text) {
   for (const char c : text) {
@@ -95,5 +95,5 @@ TEST(DashboardTextTest, FittingCountsCellsNotBytes) {
   EXPECT_EQ(DashboardText::rule("a long title", 6, false), "── a l");
 }
 
-}  // namespace
+}  // namespace dashboard_text_test
 }  // namespace vexa::tools

@@ -13,7 +13,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace devices_live_test {
 
 using namespace std::chrono_literals;
 
@@ -80,5 +80,5 @@ TEST(DevicesLiveTest, SharedDiskAndNetworkSamplersReport) {
   }
 }
 
-}  // namespace
+}  // namespace devices_live_test
 }  // namespace vexa

@@ -10,7 +10,7 @@
 #include "util/MountTable.h"
 
 namespace vexa {
-namespace {
+namespace disk_status_test {
 
 struct TableCase {
   const char* name;
@@ -275,5 +275,5 @@ TEST(DiskStatusHomeTest, HomeVolumeFiguresAgree) {
   EXPECT_EQ(DiskStatus::usedBootCampDiskSpaceInBytes(), 0u);
 }
 
-}  // namespace
+}  // namespace disk_status_test
 }  // namespace vexa

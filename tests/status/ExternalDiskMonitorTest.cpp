@@ -11,7 +11,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace external_disk_monitor_test {
 
 using namespace std::chrono_literals;
 
@@ -195,5 +195,5 @@ TEST(BlockDeviceEventsTest, SystemSourceStops) {
   EXPECT_TRUE(returned);
 }
 
-}  // namespace
+}  // namespace external_disk_monitor_test
 }  // namespace vexa

@@ -8,7 +8,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace launched_applications_test {
 
 using Record = LaunchedApplications::Record;
 
@@ -117,5 +117,5 @@ TEST(LaunchedApplicationsTest, FallsBackToTheEnvironmentOfLaunchedProcesses) {
   EXPECT_TRUE(launched->launched().empty());
 }
 
-}  // namespace
+}  // namespace launched_applications_test
 }  // namespace vexa

@@ -24,7 +24,7 @@
 #include "vexa/status/MemoryStatus.h"
 
 namespace vexa {
-namespace {
+namespace memory_cleaning_live_test {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
@@ -215,5 +215,5 @@ TEST(MemoryCleaningLiveTest, HostAlarmHandlerAndTimerAreUntouched) {
   EXPECT_TRUE(completed);
 }
 
-}  // namespace
+}  // namespace memory_cleaning_live_test
 }  // namespace vexa

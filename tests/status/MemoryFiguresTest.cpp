@@ -5,7 +5,7 @@
 #include <ostream>
 
 namespace vexa {
-namespace {
+namespace memory_figures_test {
 
 constexpr uint64_t kMiB = 1024 * 1024;
 
@@ -108,5 +108,5 @@ TEST(SwapDictionaryTest, FirstEntryNamesThePathAndPeakIsKept) {
   EXPECT_EQ(SwapLocation::of({{"/swapfile", "file", 1, 0}}).path, "/");
 }
 
-}  // namespace
+}  // namespace memory_figures_test
 }  // namespace vexa

@@ -19,7 +19,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace network_manager_bus_test {
 
 using namespace std::chrono_literals;
 
@@ -224,5 +224,5 @@ TEST_F(NetworkManagerBusTest, WithoutTheManagerTheFilesTell) {
   EXPECT_EQ(list[0]["service_id"], "wlp0s20f3");  // the laptop's own default route
 }
 
-}  // namespace
+}  // namespace network_manager_bus_test
 }  // namespace vexa

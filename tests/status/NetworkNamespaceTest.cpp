@@ -18,7 +18,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace network_namespace_test {
 
 using namespace std::chrono_literals;
 
@@ -135,5 +135,5 @@ TEST(NetworkNamespaceTest, LinksMadeAndDeletedAreHeardAndBookedAfresh) {
   EXPECT_EQ(child.waitExit(5s), 0) << "the run inside the namespace failed or did not end";
 }
 
-}  // namespace
+}  // namespace network_namespace_test
 }  // namespace vexa

@@ -15,7 +15,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace network_status_test {
 
 constexpr uint64_t k4G = uint64_t{1} << 32U;
 
@@ -342,5 +342,5 @@ INSTANTIATE_TEST_SUITE_P(Sources, NetworkChangesTest,
                                            ChangesCase{"unheard", false, "docker0", "docker0"}),
                          [](const auto& param) { return std::string(param.param.name); });
 
-}  // namespace
+}  // namespace network_status_test
 }  // namespace vexa

@@ -20,7 +20,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace pasteboard_live_test {
 
 using namespace std::chrono_literals;
 using test::ChildProcess;
@@ -242,5 +242,5 @@ TEST_P(PasteboardWithoutDisplayTest, NeverReportsAndLogsOnce) {
 INSTANTIATE_TEST_SUITE_P(Sessions, PasteboardWithoutDisplayTest,
                          testing::Values(nullptr, "wayland-0"));
 
-}  // namespace
+}  // namespace pasteboard_live_test
 }  // namespace vexa

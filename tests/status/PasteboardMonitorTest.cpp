@@ -14,7 +14,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace pasteboard_monitor_test {
 
 using namespace std::chrono_literals;
 
@@ -191,5 +191,5 @@ TEST(PasteboardTextTest, RepairsWhatIsNotUtf8) {
   }
 }
 
-}  // namespace
+}  // namespace pasteboard_monitor_test
 }  // namespace vexa

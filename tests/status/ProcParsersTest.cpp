@@ -5,7 +5,7 @@
 #include <ostream>
 
 namespace vexa {
-namespace {
+namespace proc_parsers_test {
 
 struct MeminfoCase {
   const char* name;
@@ -305,5 +305,5 @@ TEST(EnvironValueTest, FindsWholeNamesInTheBlock) {
   EXPECT_EQ(environValue(std::string_view("A=1", 3), "A"), "1");  // no final NUL
 }
 
-}  // namespace
+}  // namespace proc_parsers_test
 }  // namespace vexa

@@ -15,7 +15,7 @@
 #include "vexa/status/ProcessStatusEx.h"
 
 namespace vexa {
-namespace {
+namespace process_live_test {
 
 struct Row {
   std::string cpu, mem;
@@ -152,5 +152,5 @@ TEST(ProcessLiveTest, ReadsTheScreensOfTheBundledTopProgram) {
   EXPECT_TRUE(status->hasStatusTask());
 }
 
-}  // namespace
+}  // namespace process_live_test
 }  // namespace vexa

@@ -14,7 +14,7 @@
 #include "vexa/status/ProcessStatusEx.h"
 
 namespace vexa {
-namespace {
+namespace process_status_test {
 
 using test::ProcessRecorder;
 
@@ -306,5 +306,5 @@ TEST(ProcessStatusExTest, RestartsTheTopProgramAfterItEndsAndStopsItWithoutAppli
   EXPECT_FALSE(lasting->hasStatusTask());
 }
 
-}  // namespace
+}  // namespace process_status_test
 }  // namespace vexa

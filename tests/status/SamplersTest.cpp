@@ -14,7 +14,7 @@
 #include "vexa/status/SystemStatus.h"
 
 namespace vexa {
-namespace {
+namespace samplers_test {
 
 using test::StatusRecorder;
 
@@ -323,5 +323,5 @@ TEST(SystemStatusTest, UuidFromTheMachineIdIsStableAndHidesIt) {
   EXPECT_EQ(a->sysUUID()->at(14), '4');
 }
 
-}  // namespace
+}  // namespace samplers_test
 }  // namespace vexa

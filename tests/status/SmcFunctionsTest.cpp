@@ -9,7 +9,7 @@
 #include "vexa/status/SMC.h"
 
 namespace vexa {
-namespace {
+namespace smc_functions_test {
 
 class SmcFunctionsTest : public ::testing::Test {
  protected:
@@ -81,5 +81,5 @@ TEST_P(Sp78EncodeTest, EncodedBytesDecodeBack) {
 INSTANTIATE_TEST_SUITE_P(Values, Sp78EncodeTest,
                          ::testing::Values(59.5, 0.0, 1.0, 27.8, 45.125, 99.99, 120.0, -5.25));
 
-}  // namespace
+}  // namespace smc_functions_test
 }  // namespace vexa

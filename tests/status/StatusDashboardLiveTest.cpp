@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-namespace {
+namespace status_dashboard_live_test {
 
 // One private tmux server (its own socket, in a folder of its own) with one session running a
 // shell command in a terminal of a given size. The server is killed and its socket removed when the
@@ -211,4 +211,4 @@ TEST_F(StatusDashboardTest, TheCLocaleGetsPlainAsciiAndNoColourWhenAsked) {
   EXPECT_TRUE(hasColour(colours)) << colours;
 }
 
-}  // namespace
+}  // namespace status_dashboard_live_test

@@ -10,7 +10,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace status_live_test {
 
 using namespace std::chrono_literals;
 using test::StatusRecorder;
@@ -66,5 +66,5 @@ TEST(StatusLiveTest, UnchangedIntervalKeepsTheTimer) {
   EXPECT_EQ(recorder->size(), 0u);
 }
 
-}  // namespace
+}  // namespace status_live_test
 }  // namespace vexa

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace {
+namespace status_tool_test {
 
 struct ToolRun {
   int status = -1;
@@ -99,4 +99,4 @@ TEST(StatusToolTest, DesktopHasNoBatteryLines) {
   EXPECT_EQ(calls(run), std::vector<std::string>{"diskDetails"});
 }
 
-}  // namespace
+}  // namespace status_tool_test

@@ -7,7 +7,7 @@
 #include "status/MachineFiles.h"
 
 namespace vexa {
-namespace {
+namespace sysfs_power_supplies_test {
 
 using Supply = SysfsPowerSupplies::Supply;
 
@@ -188,5 +188,5 @@ TEST(SysfsPowerSuppliesTest, DesktopWithAMouseHasNoBattery) {
   EXPECT_TRUE(none.supplies().empty());
 }
 
-}  // namespace
+}  // namespace sysfs_power_supplies_test
 }  // namespace vexa

@@ -5,7 +5,7 @@
 #include <ostream>
 
 namespace vexa {
-namespace {
+namespace temperature_source_test {
 
 struct ChoiceCase {
   const char* name;
@@ -68,5 +68,5 @@ INSTANTIATE_TEST_SUITE_P(Bytes, Sp78Test,
                                            Sp78Case{0x3C, 0x40, 60.25}, Sp78Case{0x00, 0x00, 0.0},
                                            Sp78Case{0xFF, 0x00, -1.0}));
 
-}  // namespace
+}  // namespace temperature_source_test
 }  // namespace vexa

@@ -5,7 +5,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace top_screen_test {
 
 using Column = TopScreen::Column;
 
@@ -74,5 +74,5 @@ TEST_F(TopScreenMachine, PrintsTheUsersProcessesWithTheirFigures) {
   EXPECT_EQ(second.find("2002"), std::string::npos);
 }
 
-}  // namespace
+}  // namespace top_screen_test
 }  // namespace vexa

@@ -16,7 +16,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace u_power_bus_test {
 
 using namespace std::chrono_literals;
 
@@ -168,5 +168,5 @@ TEST(UPowerNoBusTest, WithoutASystemBusTheFilesAreRead) {
   EXPECT_EQ(read.read(), laptopFiles()->read());
 }
 
-}  // namespace
+}  // namespace u_power_bus_test
 }  // namespace vexa

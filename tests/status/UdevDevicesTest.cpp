@@ -18,7 +18,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace udev_devices_test {
 
 using namespace std::chrono_literals;
 
@@ -154,5 +154,5 @@ TEST_F(UdevDevicesTest, BlockDevicesComeAndGoWithWhatUdevFoundOnThem) {
   EXPECT_EQ(removed.device, "8:17");
 }
 
-}  // namespace
+}  // namespace udev_devices_test
 }  // namespace vexa

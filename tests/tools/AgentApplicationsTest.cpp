@@ -15,7 +15,7 @@
 #include "support/Signal.h"
 
 namespace vexa {
-namespace {
+namespace agent_applications_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -137,11 +137,11 @@ TEST_F(AgentApplicationsTest, InstallsTrashingsAndDeletionsReachTheHost) {
   stopAgent();
 }
 
-}  // namespace
+}  // namespace agent_applications_test
 }  // namespace vexa
 
 namespace vexa {
-namespace {
+namespace agent_applications_test {
 
 // Killed outright while it rewrites its cache for every uninstall, the agent leaves a cache
 // that reads back whole (the state before some write, or after it), and a new agent starts on
@@ -179,11 +179,11 @@ TEST_F(AgentApplicationsTest, ACacheSurvivesAKillInTheMiddleOfWrites) {
   for (const auto& [path, record] : afterStop) EXPECT_TRUE(record.is_object()) << path;
 }
 
-}  // namespace
+}  // namespace agent_applications_test
 }  // namespace vexa
 
 namespace vexa {
-namespace {
+namespace agent_applications_test {
 
 // A package manager's install: the entry is written under a temporary name and renamed into
 // place. The host hears of it once, as of any new application.
@@ -209,5 +209,5 @@ TEST_F(AgentApplicationsTest, AnEntryRenamedIntoPlaceIsAnnouncedOnce) {
   stopAgent();
 }
 
-}  // namespace
+}  // namespace agent_applications_test
 }  // namespace vexa

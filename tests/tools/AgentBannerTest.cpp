@@ -19,7 +19,7 @@
 #include "util/AtomicFile.h"
 
 namespace vexa {
-namespace {
+namespace agent_banner_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -173,5 +173,5 @@ TEST_F(AgentManyRemovalsTest, TwoHundredRemovalsInASecondMakeOneBanner) {
   EXPECT_EQ(agent->waitExit(), 0);
 }
 
-}  // namespace
+}  // namespace agent_banner_test
 }  // namespace vexa

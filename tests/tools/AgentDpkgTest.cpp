@@ -19,7 +19,7 @@
 #include "support/Signal.h"
 
 namespace vexa {
-namespace {
+namespace agent_dpkg_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -106,5 +106,5 @@ TEST_F(AgentDpkgTest, DpkgInstallAndRemovalReachTheHost) {
   EXPECT_EQ(agent.waitExit(), 0);
 }
 
-}  // namespace
+}  // namespace agent_dpkg_test
 }  // namespace vexa

@@ -7,7 +7,7 @@
 #include "support/RawClient.h"
 
 namespace vexa {
-namespace {
+namespace agent_host_test {
 
 using test::ChildProcess;
 
@@ -75,5 +75,5 @@ TEST_F(AgentHostTest, BadArgumentsAndATakenPortAreRefused) {
   EXPECT_EQ(nobody.waitExit(), 1);  // nothing listens any more
 }
 
-}  // namespace
+}  // namespace agent_host_test
 }  // namespace vexa

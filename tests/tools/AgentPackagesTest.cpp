@@ -14,7 +14,7 @@
 #include "support/IsolatedHome.h"
 
 namespace vexa {
-namespace {
+namespace agent_packages_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -99,5 +99,5 @@ TEST_F(AgentPackagesTest, ACorruptCacheIsReplacedByAnInventory) {
   stopAgent();
 }
 
-}  // namespace
+}  // namespace agent_packages_test
 }  // namespace vexa

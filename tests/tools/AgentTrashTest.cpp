@@ -15,7 +15,7 @@
 #include "support/IsolatedHome.h"
 
 namespace vexa {
-namespace {
+namespace agent_trash_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -150,5 +150,5 @@ TEST_F(AgentTrashTest, VexaWatchAtTheWatchLimitNamesTheSettingAndStillMeasures) 
   EXPECT_EQ(watch.waitExit(), 0);
 }
 
-}  // namespace
+}  // namespace agent_trash_test
 }  // namespace vexa

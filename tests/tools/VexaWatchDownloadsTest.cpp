@@ -11,7 +11,7 @@
 #include "support/IsolatedHome.h"
 
 namespace vexa {
-namespace {
+namespace vexa_watch_downloads_test {
 
 namespace fs = std::filesystem;
 using nlohmann::json;
@@ -74,5 +74,5 @@ TEST(VexaWatchDownloadsTest, AtTheWatchLimitNamesTheSettingAndServesTheRest) {
   EXPECT_EQ(watch.waitExit(), 0);
 }
 
-}  // namespace
+}  // namespace vexa_watch_downloads_test
 }  // namespace vexa

@@ -18,7 +18,7 @@
 #include "vexa/util/Utilities.h"
 
 namespace vexa {
-namespace {
+namespace app_walkers_test {
 
 namespace fs = std::filesystem;
 using Found = std::set<std::pair<std::string, int>>;
@@ -183,5 +183,5 @@ TEST_F(AppWalkersTest, FourThousandLevelsAreWalkedBeyondPathMax) {
   ::close(fd);
 }
 
-}  // namespace
+}  // namespace app_walkers_test
 }  // namespace vexa

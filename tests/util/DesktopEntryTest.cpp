@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vexa {
-namespace {
+namespace desktop_entry_test {
 
 TEST(DesktopEntryTest, ReadsTheMainGroupOnly) {
   auto entry = DesktopEntry::parse(
@@ -64,5 +64,5 @@ TEST(DesktopEntryTest, DesktopFileIds) {
             "org.gnome.gedit.desktop");
 }
 
-}  // namespace
+}  // namespace desktop_entry_test
 }  // namespace vexa

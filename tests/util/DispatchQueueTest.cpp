@@ -13,7 +13,7 @@
 #include "vexa/util/RunLoop.h"
 
 namespace vexa {
-namespace {
+namespace dispatch_queue_test {
 
 using namespace std::chrono_literals;
 
@@ -170,5 +170,5 @@ TEST(DispatchQueueTest, ThrowingItemDoesNotStallASerialQueue) {
   EXPECT_TRUE(done.waitFor(1));
 }
 
-}  // namespace
+}  // namespace dispatch_queue_test
 }  // namespace vexa

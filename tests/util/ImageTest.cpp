@@ -6,7 +6,7 @@
 #include "vexa/privileged/BrindleUtility.h"
 
 namespace vexa {
-namespace {
+namespace image_test {
 
 TEST(ImageTest, PngRoundTripAndScaling) {
   test::TempDir dir;
@@ -65,5 +65,5 @@ TEST(ImageTest, ThumbnailsKeepTheProportionOfTheLongestEdge) {
   EXPECT_FALSE(BrindleUtility::scalingImage(nullptr, 10, 10));
 }
 
-}  // namespace
+}  // namespace image_test
 }  // namespace vexa

@@ -14,7 +14,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace login_live_test {
 
 namespace fs = std::filesystem;
 
@@ -97,5 +97,5 @@ INSTANTIATE_TEST_SUITE_P(Folders, LoginLiveTest,
                          ::testing::Values("plain", "with space", "say \"hi\"", "cost $HOME",
                                            "run `id`"));
 
-}  // namespace
+}  // namespace login_live_test
 }  // namespace vexa

@@ -10,7 +10,7 @@
 #include <thread>
 
 namespace vexa {
-namespace {
+namespace monitor_data_test {
 
 Bytes bytes(std::initializer_list<int> values) {
   Bytes out;
@@ -183,5 +183,5 @@ TEST(MonitorDataTest, ThreadsCompressIndependently) {
   EXPECT_EQ(mismatches, 0);
 }
 
-}  // namespace
+}  // namespace monitor_data_test
 }  // namespace vexa

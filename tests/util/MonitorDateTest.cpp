@@ -5,7 +5,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace monitor_date_test {
 
 using test::ScopedEnv;
 
@@ -169,5 +169,5 @@ TEST(MonitorDateTest, TimeGapPacking) {
   EXPECT_EQ(s, 0);
 }
 
-}  // namespace
+}  // namespace monitor_date_test
 }  // namespace vexa

@@ -14,7 +14,7 @@
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
-namespace {
+namespace monitor_string_test {
 
 using test::ScopedEnv;
 using test::TempDir;
@@ -240,5 +240,5 @@ TEST(MonitorStringTest, SearchOptions) {
   EXPECT_TRUE(S::isGreaterThan("99999999999999999999999", "99999999999999999999998"));
 }
 
-}  // namespace
+}  // namespace monitor_string_test
 }  // namespace vexa

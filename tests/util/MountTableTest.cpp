@@ -6,7 +6,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace mount_table_test {
 
 struct ParseCase {
   const char* name;
@@ -120,5 +120,5 @@ TEST(MountTableFieldsTest, KeepsTheDeviceAndBothOptionLists) {
   EXPECT_EQ(entries[1].options, "ro");
 }
 
-}  // namespace
+}  // namespace mount_table_test
 }  // namespace vexa

@@ -9,7 +9,7 @@
 #include "support/TempDir.h"
 
 namespace vexa {
-namespace {
+namespace mount_watch_test {
 
 using namespace std::chrono_literals;
 
@@ -57,5 +57,5 @@ TEST(MountWatchTest, APlainFileNeverChanges) {
   EXPECT_FALSE(MountWatch::start(dir / "missing", [] {}));
 }
 
-}  // namespace
+}  // namespace mount_watch_test
 }  // namespace vexa

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vexa {
-namespace {
+namespace notification_center_test {
 
 // Lives here beside its one poster, the watch queue.
 TEST(NotificationCenterTest, ObserversMatchByNameAndSenderInTheOrderAdded) {
@@ -39,5 +39,5 @@ TEST(NotificationCenterTest, AnObserverMayRemoveItselfAndPostWhileBeingCalled) {
   EXPECT_EQ(calls, 1);
 }
 
-}  // namespace
+}  // namespace notification_center_test
 }  // namespace vexa

@@ -9,7 +9,7 @@
 #include "vexa/util/AppIdentity.h"
 
 namespace vexa {
-namespace {
+namespace preferences_test {
 
 using test::ScopedEnv;
 using test::TempDir;
@@ -117,5 +117,5 @@ TEST(PreferencesTest, LanguagesComeFromTheEnvironmentUnlessStored) {
   EXPECT_EQ(prefs.stringArrayForKey("AppleLanguages"), std::vector<std::string>{"ja"});
 }
 
-}  // namespace
+}  // namespace preferences_test
 }  // namespace vexa

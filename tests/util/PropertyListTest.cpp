@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 namespace vexa {
-namespace {
+namespace property_list_test {
 
 using nlohmann::json;
 
@@ -130,5 +130,5 @@ TEST(PropertyListTest, HostileBinaryListsGetAnAnswerNotACrash) {
   EXPECT_FALSE(PropertyList::parse(binaryList(doubling)));
 }
 
-}  // namespace
+}  // namespace property_list_test
 }  // namespace vexa

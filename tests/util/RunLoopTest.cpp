@@ -10,7 +10,7 @@
 #include "vexa/util/Timer.h"
 
 namespace vexa {
-namespace {
+namespace run_loop_test {
 
 using namespace std::chrono_literals;
 
@@ -163,5 +163,5 @@ TEST(RunLoopTest, ThrowingWorkDoesNotStopTheLoop) {
   EXPECT_TRUE(RunLoop::main().runUntil([&] { return after; }, 5s));
 }
 
-}  // namespace
+}  // namespace run_loop_test
 }  // namespace vexa

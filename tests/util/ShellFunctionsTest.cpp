@@ -16,7 +16,7 @@
 #include "support/TempDir.h"
 #include "vexa/util/Utilities.h"
 
-namespace {
+namespace shell_functions_test {
 
 using vexa::test::ScopedEnv;
 using vexa::test::TempDir;
@@ -298,4 +298,4 @@ TEST(ShellFunctionsTest, NamedPipeReceivesOneLine) {
   fs::current_path(previous);
 }
 
-}  // namespace
+}  // namespace shell_functions_test

@@ -10,7 +10,7 @@
 #include "util/MainBundle.h"
 
 namespace vexa {
-namespace {
+namespace start_manager_test {
 
 // A login-item list in memory that counts what is asked of it.
 class FakeLoginItems : public LoginItems {
@@ -110,5 +110,5 @@ TEST(MainBundleTest, AnAppImageIsStartedAsTheImageByItsRealPath) {
   EXPECT_EQ(MainBundle::path(), std::filesystem::canonical("/proc/self/exe").string());
 }
 
-}  // namespace
+}  // namespace start_manager_test
 }  // namespace vexa

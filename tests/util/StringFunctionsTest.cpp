@@ -8,7 +8,7 @@
 
 #include "vexa/util/Utilities.h"
 
-namespace {
+namespace string_functions_test {
 
 // Takes ownership of a returned heap string.
 std::string take(char* s) {
@@ -191,4 +191,4 @@ TEST(StringFunctionsTest, TrimAndCase) {
   EXPECT_EQ(is_digit_string(nullptr), 0);
 }
 
-}  // namespace
+}  // namespace string_functions_test

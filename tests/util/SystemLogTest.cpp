@@ -6,7 +6,7 @@
 #include <vector>
 
 namespace vexa {
-namespace {
+namespace system_log_test {
 
 TEST(SystemLogTest, SinkReceivesFormattedMessagesFromEveryThread) {
   std::vector<std::string> seen;  // the sink is called one message at a time
@@ -25,5 +25,5 @@ TEST(SystemLogTest, SinkReceivesFormattedMessagesFromEveryThread) {
   SystemLog::log("to syslog: %s", "no sink set, must not crash");
 }
 
-}  // namespace
+}  // namespace system_log_test
 }  // namespace vexa

@@ -6,7 +6,7 @@
 #include "util/DateFormat.h"
 
 namespace vexa {
-namespace {
+namespace time_zone_test {
 
 TEST(CivilTimeTest, RoundTripsAcrossCenturiesAndLeapDays) {
   for (int64_t s = -5000000000LL; s < 5000000000LL; s += 86400 * 37 + 3671) {
@@ -74,5 +74,5 @@ TEST(DateFormatTest, OversizedFieldsAreBoundedNotOverflowed) {
   EXPECT_EQ(DateFormat::parse("999999999", "yyyy", *utc).has_value(), true);
 }
 
-}  // namespace
+}  // namespace time_zone_test
 }  // namespace vexa

@@ -7,7 +7,7 @@
 #include "support/Signal.h"
 
 namespace vexa {
-namespace {
+namespace worker_pool_test {
 
 using namespace std::chrono_literals;
 
@@ -71,5 +71,5 @@ TEST(WorkerPoolTest, SurvivesThrowingItems) {
   EXPECT_TRUE(done.waitFor(1));
 }
 
-}  // namespace
+}  // namespace worker_pool_test
 }  // namespace vexa

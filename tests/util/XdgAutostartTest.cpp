@@ -10,7 +10,7 @@
 #include "util/LoginItemRules.h"
 
 namespace vexa {
-namespace {
+namespace xdg_autostart_test {
 
 namespace fs = std::filesystem;
 
@@ -180,5 +180,5 @@ TEST_F(XdgAutostartTest, AnAutostartThatIsNotAFolderIsLeftAlone) {
   }
 }
 
-}  // namespace
+}  // namespace xdg_autostart_test
 }  // namespace vexa
