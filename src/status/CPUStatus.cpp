@@ -74,8 +74,9 @@ void CPUStatus::setDelegate(std::shared_ptr<CPUDelegate> delegate) {
 
 void CPUStatus::updateInfo() {
   std::lock_guard lock(cpuUsageLock_);
-  if (!stat_->read(statText_)) return;
-  const auto ticks = parseProcStat(statText_);
+  const auto statText = stat_->read();
+  if (!statText) return;
+  const auto ticks = parseProcStat(*statText);
   if (ticks.empty()) return;
 
   const std::vector<CoreUsage> cores = usage_->update(ticks);
@@ -89,15 +90,9 @@ void CPUStatus::updateInfo() {
   const UsageShares all = CpuUsage::overall(cores);
   delegate.cpuUsedWithSystem(all.system, all.user, all.idle);
 
-  // Every process is a numbered folder of /proc.
-  const auto entries = files_->list("/proc");
-  const auto tasks = std::count_if(entries.begin(), entries.end(), [](const std::string& name) {
-    return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
-  });
-  if (!loadavg_->read(loadavgText_)) loadavgText_.clear();
-  const auto load = parseLoadavg(loadavgText_);
+  const auto load = parseLoadavg(loadavg_->read().value_or(std::string_view()));
   if (load) {
-    delegate.processorWithTaskCount(clampToInt32(static_cast<uint64_t>(tasks)),
+    delegate.processorWithTaskCount(clampToInt32(taskCount(load->threads, load->lastPid)),
                                     clampToInt32(load->threads));
     delegate.loadAverageWith1m(static_cast<float>(load->oneMinute),
                                static_cast<float>(load->fiveMinutes),
@@ -106,12 +101,31 @@ void CPUStatus::updateInfo() {
   reportTemperature(delegate);
 }
 
+uint64_t CPUStatus::taskCount(uint64_t threads, uint64_t lastPid) {
+  // Every process is a numbered folder of /proc. Listing /proc costs the kernel a lookup per
+  // process, most of an idle sample, so the count is kept while loadavg's thread total and
+  // newest pid stay as they were when it was taken: no task was made since (that takes a new
+  // pid) and none was reaped (that lowers the total). loadavg is read before the listing, so a
+  // task made in between is counted now and seen as a change next time.
+  if (countedTasks_ && threads == countedThreads_ && lastPid != 0 && lastPid == countedLastPid_) {
+    return *countedTasks_;
+  }
+  const auto entries = files_->list("/proc");
+  countedTasks_ = static_cast<uint64_t>(
+      std::count_if(entries.begin(), entries.end(), [](const std::string& name) {
+        return !name.empty() && name.find_first_not_of("0123456789") == std::string::npos;
+      }));
+  countedThreads_ = threads;
+  countedLastPid_ = lastPid;
+  return *countedTasks_;
+}
+
 void CPUStatus::reportTemperature(CPUDelegate& delegate) {
   // The chosen sensor's file is read on every sample; the choice is made again only when that
   // file stops answering.
   if (temperature_) {
-    const bool read = temperature_->read(temperatureText_);
-    if (const auto celsius = read ? parseMillidegrees(temperatureText_) : std::nullopt) {
+    const auto text = temperature_->read();
+    if (const auto celsius = text ? parseMillidegrees(*text) : std::nullopt) {
       if (*celsius > 0) delegate.cpuWithTemperature(*celsius);
       return;
     }

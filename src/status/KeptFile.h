@@ -2,7 +2,7 @@
 
 #include <memory>
 #include <optional>
-#include <string>
+#include <string_view>
 
 namespace vexa {
 
@@ -14,8 +14,9 @@ class MachineFiles;
 class KeptFile {
  public:
   virtual ~KeptFile() = default;
-  // The whole file; `text`'s buffer is reused between reads.
-  virtual bool read(std::string& text) = 0;
+  // The whole file, in a buffer of the KeptFile's own that the next read reuses (the view
+  // lasts until then). Nothing when it cannot be read.
+  virtual std::optional<std::string_view> read() = 0;
 
   static std::unique_ptr<KeptFile> open(std::shared_ptr<const MachineFiles> files,
                                         const std::string& path);

@@ -81,7 +81,10 @@ uint64_t installedMemoryBytes(const MachineFiles& files) {
 std::vector<std::string> zramStatFiles(const MachineFiles& files) {
   std::vector<std::string> paths;
   for (const std::string& block : files.list("/sys/block")) {
-    if (block.rfind("zram", 0) == 0) paths.push_back("/sys/block/" + block + "/mm_stat");
+    if (block.rfind("zram", 0) != 0) continue;
+    // A device that was never given a size holds nothing; it is not read at every sample.
+    if (trimmedValue(files.read("/sys/block/" + block + "/disksize")) == "0") continue;
+    paths.push_back("/sys/block/" + block + "/mm_stat");
   }
   return paths;
 }

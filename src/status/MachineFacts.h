@@ -21,7 +21,7 @@ std::optional<uint64_t> processorClockHz(const MachineFiles& files);
 int onlineProcessorCount(const MachineFiles& files);
 // Installed memory: online memory blocks times the block size, else MemTotal, else 0.
 uint64_t installedMemoryBytes(const MachineFiles& files);
-// The mm_stat files of the zram devices.
+// The mm_stat files of the zram devices that have a size (a disksize of 0: not set up).
 std::vector<std::string> zramStatFiles(const MachineFiles& files);
 // True when every swap area is a dm-crypt device (none: false).
 bool swapIsEncrypted(const MachineFiles& files, const std::vector<SwapEntry>& entries);

@@ -44,20 +44,46 @@ double MemorySample::usedFraction() const {
 }
 
 nlohmann::json MemorySample::dictionary() const {
-  return {
-      {"memory_total", total},
-      {"memory_free", saturatingAdd(free, inactive)},
-      {"memory_used", saturatingAdd(saturatingAdd(active, wired), compressed)},
-      {"memory_active", active},
-      {"memory_inactive", inactive},
-      {"memory_wired", wired},
-      {"memory_freepage", free},
-      {"memory_compressed", compressed},
-      {"memory_uncompressed", uncompressed},
-  };
+  nlohmann::json dictionary;
+  fill(dictionary);
+  return dictionary;
+}
+
+void MemorySample::fill(nlohmann::json& dictionary) const {
+  assignFigures(dictionary,
+                {
+                    {"memory_total", total},
+                    {"memory_free", saturatingAdd(free, inactive)},
+                    {"memory_used", saturatingAdd(saturatingAdd(active, wired), compressed)},
+                    {"memory_active", active},
+                    {"memory_inactive", inactive},
+                    {"memory_wired", wired},
+                    {"memory_freepage", free},
+                    {"memory_compressed", compressed},
+                    {"memory_uncompressed", uncompressed},
+                });
+}
+
+void assignFigures(nlohmann::json& dictionary,
+                   std::initializer_list<std::pair<std::string_view, uint64_t>> figures) {
+  if (!dictionary.is_object()) dictionary = nlohmann::json::object();
+  for (const auto& [key, value] : figures) {
+    const auto found = dictionary.find(key);
+    if (found != dictionary.end()) {
+      *found = value;
+    } else {
+      dictionary.emplace(std::string(key), value);
+    }
+  }
 }
 
 nlohmann::json PagingDeltas::dictionary(const KernelTable& vmstat, uint64_t pageSize) {
+  nlohmann::json dictionary;
+  fill(dictionary, vmstat, pageSize);
+  return dictionary;
+}
+
+void PagingDeltas::fill(nlohmann::json& dictionary, const KernelTable& vmstat, uint64_t pageSize) {
   const uint64_t kibPerPage = std::max<uint64_t>(pageSize / 1024, 1);
   const uint64_t pageIns = valueOf(vmstat, "pgpgin") / kibPerPage;
   const uint64_t pageOuts = valueOf(vmstat, "pgpgout") / kibPerPage;
@@ -67,21 +93,21 @@ nlohmann::json PagingDeltas::dictionary(const KernelTable& vmstat, uint64_t page
   lastPageOut_ = pageOuts;
   // Linux keeps no counters for hits, lookups, copy-on-write faults, purges, purgeable and
   // speculative pages: those keys are 0.
-  return {
-      {"vm_hits", uint64_t{0}},
-      {"vm_lookups", uint64_t{0}},
-      {"vm_pageins", pageIns},
-      {"vm_pageouts", pageOuts},
-      {"vm_faults", valueOf(vmstat, "pgfault")},
-      {"vm_cowfaults", uint64_t{0}},
-      {"vm_purges", uint64_t{0}},
-      {"vm_purgeablecount", uint64_t{0}},
-      {"vm_speculativecount", uint64_t{0}},
-      {"vm_decompressions", valueOf(vmstat, "zswpin")},
-      {"vm_compressions", valueOf(vmstat, "zswpout")},
-      {"vm_deltapageins", deltaIn},
-      {"vm_deltapageouts", deltaOut},
-  };
+  assignFigures(dictionary, {
+                                {"vm_hits", 0},
+                                {"vm_lookups", 0},
+                                {"vm_pageins", pageIns},
+                                {"vm_pageouts", pageOuts},
+                                {"vm_faults", valueOf(vmstat, "pgfault")},
+                                {"vm_cowfaults", 0},
+                                {"vm_purges", 0},
+                                {"vm_purgeablecount", 0},
+                                {"vm_speculativecount", 0},
+                                {"vm_decompressions", valueOf(vmstat, "zswpin")},
+                                {"vm_compressions", valueOf(vmstat, "zswpout")},
+                                {"vm_deltapageins", deltaIn},
+                                {"vm_deltapageouts", deltaOut},
+                            });
 }
 
 SwapLocation SwapLocation::of(const std::vector<SwapEntry>& entries) {

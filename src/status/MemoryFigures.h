@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -35,7 +37,15 @@ struct MemorySample {
   double usedFraction() const;
   // The memory dictionary ("memory_total" ... "memory_uncompressed").
   nlohmann::json dictionary() const;
+  // The same, written over `dictionary` in place (see assignFigures).
+  void fill(nlohmann::json& dictionary) const;
 };
+
+// Writes each (key, value) into the object `dictionary` (made an object when it is not one). A
+// key already there keeps its entry and takes the new value, so a sampler that reports the same
+// keys every second allocates nothing once its dictionary is built.
+void assignFigures(nlohmann::json& dictionary,
+                   std::initializer_list<std::pair<std::string_view, uint64_t>> figures);
 
 // Page-in and page-out counters between samples: a counter lower than the last one (and the
 // first sample) reports its whole value as the change.
@@ -47,6 +57,8 @@ class PagingDeltas {
   // The virtual-memory dictionary of a vmstat reading. pgpgin/pgpgout are counted in KiB by
   // the kernel and reported in pages of `pageSize` bytes.
   nlohmann::json dictionary(const KernelTable& vmstat, uint64_t pageSize);
+  // The same, written over `dictionary` in place (see assignFigures).
+  void fill(nlohmann::json& dictionary, const KernelTable& vmstat, uint64_t pageSize);
 
  private:
   uint64_t lastPageIn_ = 0;

@@ -62,7 +62,8 @@ void MemoryStatus::setDelegate(std::shared_ptr<MemoryDelegate> delegate) {
 
 void MemoryStatus::updateInfo() {
   std::lock_guard lock(memoryUsageLock_);
-  if (!meminfo_->read(meminfoText_)) return;
+  const auto meminfoText = meminfo_->read();
+  if (!meminfoText) return;
   // zram devices come and go rarely: looked for on the first sample and every minute or so.
   constexpr unsigned kZramScanPeriod = 60;
   if (samplesSinceZramScan_++ % kZramScanPeriod == 0) {
@@ -73,19 +74,22 @@ void MemoryStatus::updateInfo() {
   }
   std::vector<ZramUsage> zram;
   for (const auto& device : zram_) {
-    if (!device->read(zramText_)) continue;
-    if (const auto usage = parseZramMmStat(zramText_)) zram.push_back(*usage);
+    const auto text = device->read();
+    if (!text) continue;
+    if (const auto usage = parseZramMmStat(*text)) zram.push_back(*usage);
   }
   const auto sample =
-      MemorySample::from(parseMeminfo(meminfoText_, MemorySample::kMeminfoKeys), zram);
+      MemorySample::from(parseMeminfo(*meminfoText, MemorySample::kMeminfoKeys), zram);
   if (!sample) return;
-  if (!vmstat_->read(vmstatText_)) vmstatText_.clear();
-  const KernelTable vmstat = parseVmstat(vmstatText_, PagingDeltas::kVmstatKeys);
+  const KernelTable vmstat =
+      parseVmstat(vmstat_->read().value_or(std::string_view()), PagingDeltas::kVmstatKeys);
 
-  const nlohmann::json vm = paging_->dictionary(vmstat, files_->pageSize());
+  // The two dictionaries are kept between samples and written over: same keys, new values.
+  paging_->fill(vmDictionary_, vmstat, files_->pageSize());
   if (!delegate_) return;
   usedPercent_ = sample->usedFraction();
-  delegate_->updateMemoryStatus(sample->dictionary(), vm, swapStats());
+  sample->fill(memoryDictionary_);
+  delegate_->updateMemoryStatus(memoryDictionary_, vmDictionary_, swapStats());
 }
 
 std::optional<nlohmann::json> MemoryStatus::swapStats() {

@@ -71,8 +71,9 @@ std::string unescapeOctal(std::string_view text) {
 
 bool wanted(KeySet only, std::string_view key) {
   if (only.empty()) return true;
+  // Most lines are not wanted: their first letter or length tells before a comparison does.
   for (const std::string_view name : only) {
-    if (name == key) return true;
+    if (name.size() == key.size() && !key.empty() && name[0] == key[0] && name == key) return true;
   }
   return false;
 }
@@ -100,13 +101,14 @@ KernelTable parseMeminfo(std::string_view text, KeySet only) {
     const size_t colon = line.find(':');
     if (colon == std::string_view::npos || colon == 0) return;
     if (!wanted(only, trim(line.substr(0, colon)))) return;
-    const auto parts = fields(line.substr(colon + 1));
-    if (parts.empty() || parts.size() > 2) return;
-    const auto value = parseUnsigned(parts[0]);
+    // One number, or a number and "kB".
+    const std::string_view rest = trim(line.substr(colon + 1));
+    const size_t blank = std::min(rest.find(' '), rest.find('\t'));
+    const auto value = parseUnsigned(rest.substr(0, blank));
     if (!value) return;
     uint64_t bytes = *value;
-    if (parts.size() == 2) {
-      if (parts[1] != "kB") return;
+    if (blank != std::string_view::npos) {
+      if (trim(rest.substr(blank)) != "kB") return;
       if (bytes > UINT64_MAX / 1024) return;
       bytes *= 1024;
     }
@@ -118,13 +120,24 @@ KernelTable parseMeminfo(std::string_view text, KeySet only) {
 KernelTable parseVmstat(std::string_view text, KeySet only) {
   KernelTable table;
   forEachLine(text, [&](std::string_view line) {
-    line = trim(line);
-    // The name ends at the first blank (a loop: find_first_of searches the set per character).
+    if (!line.empty() && isSpace(line.front())) line = trim(line);
+    // The name ends at the first blank. With a few names wanted, each is tried at the line's
+    // start: most of the file's lines are passed over at their first letter.
     size_t space = 0;
-    while (space < line.size() && line[space] != ' ' && line[space] != '\t') ++space;
+    if (only.empty()) {
+      while (space < line.size() && line[space] != ' ' && line[space] != '\t') ++space;
+    } else {
+      for (const std::string_view key : only) {
+        if (!key.empty() && line.size() > key.size() && line[0] == key[0] &&
+            (line[key.size()] == ' ' || line[key.size()] == '\t') && line.starts_with(key)) {
+          space = key.size();
+          break;
+        }
+      }
+      if (space == 0) return;
+    }
     if (space == line.size()) return;
     const std::string_view name = line.substr(0, space);
-    if (!wanted(only, name)) return;
     // Exactly two fields: the rest must be one number.
     if (const auto value = parseUnsigned(line.substr(space)))
       table.emplace(std::string(name), *value);
@@ -170,7 +183,8 @@ std::optional<LoadAverage> parseLoadavg(std::string_view text) {
   const auto runnable = parseUnsigned(parts[3].substr(0, slash));
   const auto threads = parseUnsigned(parts[3].substr(slash + 1));
   if (!runnable || !threads) return std::nullopt;
-  return LoadAverage{*one, *five, *fifteen, *runnable, *threads};
+  const auto lastPid = parts.size() > 4 ? parseUnsigned(parts[4]) : std::nullopt;
+  return LoadAverage{*one, *five, *fifteen, *runnable, *threads, lastPid.value_or(0)};
 }
 
 std::vector<SwapEntry> parseSwaps(std::string_view text) {

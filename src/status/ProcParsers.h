@@ -46,6 +46,7 @@ std::vector<CoreTicks> parseProcStat(std::string_view text);
 struct LoadAverage {
   double oneMinute = 0, fiveMinutes = 0, fifteenMinutes = 0;
   uint64_t runnable = 0, threads = 0;
+  uint64_t lastPid = 0;  // the newest pid handed out; 0 when the field is missing
 };
 std::optional<LoadAverage> parseLoadavg(std::string_view text);
 

@@ -175,6 +175,32 @@ TEST(CPUStatusTest, CoreOfflineIsSkippedAndComesBackFromItsOwnCounters) {
   EXPECT_FLOAT_EQ(cores[0]["idle"].get<float>(), 1.0F);
 }
 
+TEST(CPUStatusTest, TaskCountIsTakenAgainWhenLoadavgMoves) {
+  WritableMachine box("vm-2cpu");
+  box.write("proc/loadavg", "0.10 0.10 0.10 1/50 700\n");
+  auto cpu = CPUStatus::create(box.root());
+  ASSERT_TRUE(cpu);
+  auto recorder = std::make_shared<StatusRecorder>();
+  cpu->setDelegate(recorder);
+  const auto sample = [&] {
+    recorder->clear();
+    cpu->updateInfo();
+    return recorder->calls("processorWithTaskCount").at(0)["taskCount"].get<int>();
+  };
+  const int before = sample();
+  std::filesystem::create_directory(box.root() + "/proc/4242");
+  EXPECT_EQ(sample(), before) << "no new pid and the same thread total: the count stands";
+  box.write("proc/loadavg", "0.10 0.10 0.10 1/51 4242\n");
+  EXPECT_EQ(sample(), before + 1);
+  std::filesystem::remove(box.root() + "/proc/4242");
+  box.write("proc/loadavg", "0.10 0.10 0.10 1/50 4242\n");
+  EXPECT_EQ(sample(), before) << "a task reaped lowers the total";
+  // Without the newest pid nothing tells a change: every sample counts.
+  box.write("proc/loadavg", "0.10 0.10 0.10 1/50\n");
+  std::filesystem::create_directory(box.root() + "/proc/4243");
+  EXPECT_EQ(sample(), before + 1);
+}
+
 TEST(CPUStatusTest, UnreadableStatGivesNoSamplerAndLaterNoReport) {
   test::TempDir empty;
   EXPECT_FALSE(CPUStatus::create(empty.path()));
@@ -234,6 +260,9 @@ TEST(MemoryStatusTest, EncryptedSwapAndZram) {
   box.write("sys/block/dm-2/dm/uuid", "CRYPT-PLAIN-cryptswap2\n");
   box.write("sys/block/dm-2/dm/name", "cryptswap2\n");
   box.write("sys/block/zram0/mm_stat", "4096 1024 2048 0 2048 0 0 0 0\n");
+  // A device never given a size is left out, whatever its file says.
+  box.write("sys/block/zram1/disksize", "0\n");
+  box.write("sys/block/zram1/mm_stat", "8192 8192 8192 0 8192 0 0 0 0\n");
   auto memory = MemoryStatus::create(box.root());
   auto recorder = std::make_shared<StatusRecorder>();
   memory->setDelegate(recorder);

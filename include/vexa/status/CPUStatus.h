@@ -57,6 +57,8 @@ class VEXA_EXPORT CPUStatus : public std::enable_shared_from_this<CPUStatus> {
  private:
   explicit CPUStatus(std::shared_ptr<MachineFiles> files);
   void reportTemperature(CPUDelegate& delegate);
+  // The processes in /proc, counted again only when loadavg's figures moved.
+  uint64_t taskCount(uint64_t threads, uint64_t lastPid);
 
   std::shared_ptr<MachineFiles> files_;
   std::unique_ptr<SamplerTimer> timer_;
@@ -69,10 +71,12 @@ class VEXA_EXPORT CPUStatus : public std::enable_shared_from_this<CPUStatus> {
   // The files every sample reads, kept open.
   std::unique_ptr<KeptFile> stat_;
   std::unique_ptr<KeptFile> loadavg_;
-  std::string statText_, loadavgText_, temperatureText_;
   // The file the temperature was last found in; re-chosen when it stops answering.
   std::unique_ptr<KeptFile> temperature_;
   bool temperatureSearched_ = false;
+  // The last count of processes and the loadavg figures it was taken at; by cpuUsageLock_.
+  std::optional<uint64_t> countedTasks_;
+  uint64_t countedThreads_ = 0, countedLastPid_ = 0;
 };
 
 }  // namespace vexa

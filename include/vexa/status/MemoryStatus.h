@@ -92,7 +92,7 @@ class VEXA_EXPORT MemoryStatus : public std::enable_shared_from_this<MemoryStatu
   std::unique_ptr<KeptFile> vmstat_;
   std::vector<std::unique_ptr<KeptFile>> zram_;
   unsigned samplesSinceZramScan_ = 0;
-  std::string meminfoText_, vmstatText_, zramText_;
+  nlohmann::json memoryDictionary_, vmDictionary_;  // by memoryUsageLock_
   std::atomic<uint64_t> physicalMemory_{0};
   std::atomic<double> usedPercent_{0};
   mutable std::mutex swapLock_;

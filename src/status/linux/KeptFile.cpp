@@ -13,6 +13,7 @@
 namespace vexa {
 namespace {
 
+constexpr size_t kFirstBytes = 16384;
 constexpr size_t kMaxFileBytes = 4 << 20;
 
 class DescriptorFile final : public KeptFile {
@@ -25,41 +26,43 @@ class DescriptorFile final : public KeptFile {
     if (fd && ::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode)) fd_ = std::move(fd);
   }
 
-  bool read(std::string& text) override {
+  std::optional<std::string_view> read() override {
     if (!fd_) {
       auto whole = files_->read(path_);
-      if (!whole) return false;
-      text = std::move(*whole);
-      return true;
+      if (!whole) return std::nullopt;
+      buffer_ = std::move(*whole);
+      return std::string_view(buffer_);
     }
-    text.resize(std::max<size_t>(text.capacity(), 16384));
+    // The buffer keeps its size between reads: growing it fills it with zeros, and a sample
+    // would otherwise pay for that each time.
+    if (buffer_.size() < kFirstBytes) buffer_.resize(kFirstBytes);
     size_t used = 0;
     for (;;) {
-      if (used == text.size()) {
-        if (text.size() >= kMaxFileBytes) return false;
-        text.resize(text.size() * 2);
+      if (used == buffer_.size()) {
+        if (buffer_.size() >= kMaxFileBytes) return std::nullopt;
+        buffer_.resize(buffer_.size() * 2);
       }
-      const ssize_t got =
-          ::pread(fd_.get(), text.data() + used, text.size() - used, static_cast<off_t>(used));
+      const ssize_t got = ::pread(fd_.get(), buffer_.data() + used, buffer_.size() - used,
+                                  static_cast<off_t>(used));
       if (got < 0) {
         if (errno == EINTR) continue;
-        return false;
+        return std::nullopt;
       }
       if (got == 0) break;
       used += static_cast<size_t>(got);
       // A short read is the end: the kernel fills the buffer while it has text. Asking again
       // would cost as much as the read itself, since a /proc file made of records is made
       // again from its start to reach a later offset.
-      if (used < text.size()) break;
+      if (used < buffer_.size()) break;
     }
-    text.resize(used);
-    return true;
+    return std::string_view(buffer_.data(), used);
   }
 
  private:
   std::shared_ptr<const MachineFiles> files_;
   std::string path_;
   UniqueFd fd_;
+  std::string buffer_;
 };
 
 }  // namespace
