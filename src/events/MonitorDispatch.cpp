@@ -92,6 +92,11 @@ std::vector<MonitorDispatch::Registration> MonitorDispatch::registrations() cons
   return monitorDict_;
 }
 
+const std::string* MonitorDispatch::logLocked(const std::string& path) {
+  if (!log_) log_ = std::make_shared<PathLog>();
+  return &log_->paths.emplace_back(path);
+}
+
 // Each delegate hears its calls in the order of the events, from one task at a time: a burst of
 // events is one task per delegate that runs them all, not one task (and one wake-up of a worker)
 // per event. Delegates still run beside one another.
@@ -111,7 +116,8 @@ void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDeleg
     // of a large batch must not hold room for all of it, hence the bound.
     inbox->calls.reserve(inbox->calls.size() + std::min<size_t>(batchEvents_, kBatchRoom));
   }
-  inbox->calls.push_back(std::move(call));
+  if (inbox->logs.empty() || inbox->logs.back() != log_) inbox->logs.push_back(log_);
+  inbox->calls.push_back(call);
   if (inbox->draining || inbox->held) return;
   inbox->draining = true;
   queue_.async([box = inbox] { drain(box); });
@@ -119,12 +125,17 @@ void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDeleg
 
 void MonitorDispatch::batchBegins(size_t events) {
   std::lock_guard lock(mutex_);
-  if (batches_++ == 0) batchEvents_ = events;
+  if (batches_++ == 0) {
+    batchEvents_ = events;
+    log_.reset();
+  }
 }
 
 void MonitorDispatch::batchEnds() {
   std::lock_guard lock(mutex_);
   if (batches_ == 0 || --batches_ > 0) return;
+  // The inboxes hold the log as long as their calls need it.
+  log_.reset();
   for (const auto& inbox : held_) {
     inbox->held = false;
     std::lock_guard boxLock(inbox->mutex);
@@ -138,6 +149,7 @@ void MonitorDispatch::batchEnds() {
 void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
   FileSystemMonitorDelegate& delegate = *inbox->delegate;
   std::vector<Pending> calls;
+  std::vector<std::shared_ptr<const PathLog>> logs;
   for (;;) {
     {
       std::lock_guard lock(inbox->mutex);
@@ -146,28 +158,34 @@ void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {
         return;
       }
       calls.swap(inbox->calls);
+      logs.swap(inbox->logs);
     }
     for (const Pending& pending : calls) {
       if (pending.call) {
-        (delegate.*pending.call)(pending.path);
-      } else if (pending.lost) {
-        delegate.eventsLost(pending.path);
+        (delegate.*pending.call)(*pending.path);
+      } else if (!pending.target) {
+        delegate.eventsLost(*pending.path);
       } else {
-        delegate.fileMoveOrRename(pending.path, pending.target);
+        delegate.fileMoveOrRename(*pending.path, *pending.target);
       }
     }
     calls.clear();
+    logs.clear();
   }
 }
 
 void MonitorDispatch::fanOut(const std::string& path, Call call) {
   std::lock_guard lock(mutex_);
+  const std::string* logged = nullptr;
   for (const auto& [key, delegates] : monitorDict_) {
     if (!matches(path, key)) continue;
     for (const auto& delegate : delegates) {
-      if (delegate) deliverLocked(delegate, Pending{call, path, {}, false});
+      if (!delegate) continue;
+      if (!logged) logged = logLocked(path);
+      deliverLocked(delegate, Pending{call, logged, nullptr});
     }
   }
+  if (batches_ == 0) log_.reset();
 }
 
 void MonitorDispatch::fileCreated(const std::string& path) {
@@ -193,19 +211,19 @@ void MonitorDispatch::fileModify(const std::string& path) {
 void MonitorDispatch::eventsLost(const std::string& folder) {
   std::lock_guard lock(mutex_);
   for (const auto& [key, delegates] : monitorDict_) {
-    std::string scope;
+    const std::string* scope = nullptr;
     if (PathName::isWithin(key, folder)) {
-      scope = key;
+      scope = logLocked(key);
     } else if (PathName::isWithin(folder, key)) {
-      scope = folder;
+      scope = logLocked(folder);
     } else {
       continue;
     }
     for (const auto& delegate : delegates) {
-      if (!delegate) continue;
-      deliverLocked(delegate, Pending{nullptr, scope, {}, true});
+      if (delegate) deliverLocked(delegate, Pending{nullptr, scope, nullptr});
     }
   }
+  if (batches_ == 0) log_.reset();
 }
 
 void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::string& target) {
@@ -214,6 +232,8 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
     return;
   }
   std::lock_guard lock(mutex_);
+  const std::string* loggedSource = nullptr;
+  const std::string* loggedTarget = nullptr;
   for (const auto& [key, delegates] : monitorDict_) {
     // Once for the source and once more for the target: a move within one tree is reported
     // twice to each of its delegates.
@@ -221,10 +241,15 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
       if (!matches(*side, key)) continue;
       for (const auto& delegate : delegates) {
         if (!delegate) continue;
-        deliverLocked(delegate, Pending{nullptr, source, target, false});
+        if (!loggedSource) {
+          loggedSource = logLocked(source);
+          loggedTarget = logLocked(target);
+        }
+        deliverLocked(delegate, Pending{nullptr, loggedSource, loggedTarget});
       }
     }
   }
+  if (batches_ == 0) log_.reset();
 }
 
 }  // namespace vexa

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -59,13 +60,18 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   using Registration =
       std::pair<std::string, std::vector<std::shared_ptr<FileSystemMonitorDelegate>>>;
   using Call = void (FileSystemMonitorDelegate::*)(const std::string&);
+  // The paths of one batch, each copied once whatever the number of delegates that hear it.
+  // A deque: paths already in it stay where they are while the batch adds more, so a delegate
+  // still draining an earlier batch may read them meanwhile.
+  struct PathLog {
+    std::deque<std::string> paths;
+  };
   // One call waiting: `call` with `path`, or, without `call`, a rename (`path` to `target`)
-  // or events lost in the folder `path`.
+  // or events lost in the folder `path`. The paths live in a log the inbox holds.
   struct Pending {
     Call call = nullptr;
-    std::string path;
-    std::string target;
-    bool lost = false;
+    const std::string* path = nullptr;
+    const std::string* target = nullptr;
   };
   // The calls waiting for one delegate, run in order by one task on the queue at a time.
   struct Inbox {
@@ -73,12 +79,15 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
     const std::shared_ptr<FileSystemMonitorDelegate> delegate;
     std::mutex mutex;
     std::vector<Pending> calls;
+    std::vector<std::shared_ptr<const PathLog>> logs;  // those the waiting calls point into
     bool draining = false;
     bool held = false;  // in held_; guarded by the dispatcher's mutex_
   };
 
   MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
   void fanOut(const std::string& path, Call call);
+  // The batch's copy of `path` (a log of its own for a call outside a batch); mutex_ held.
+  const std::string* logLocked(const std::string& path);
   // Hands the call to the delegate's inbox; mutex_ held.
   void deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate, Pending call);
   static void drain(const std::shared_ptr<Inbox>& inbox);
@@ -98,6 +107,7 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   size_t batchEvents_ = 0;                     // how many events the outermost one holds
   static constexpr size_t kBatchRoom = 16384;  // calls an inbox makes room for, at most
   std::vector<std::shared_ptr<Inbox>> held_;   // inboxes given calls meanwhile; by mutex_
+  std::shared_ptr<PathLog> log_;               // the paths of the batch or call; by mutex_
 };
 
 }  // namespace vexa
