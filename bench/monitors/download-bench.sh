@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # The install-package and download monitors' file work against the usual tools, in one run:
 #   inventory  the package inventory (find run as the monitor runs it, output parsed) of the
-#              stream-bench tree plus 50 packages, against find with the same arguments;
+#              stream-bench tree plus 50 packages, against find with the same arguments; and
+#              the same inventory through the privileged helper on a private bus;
 #   folders    reading the browsers' download folders from a 4 MiB Chrome Preferences file,
 #              against jq -r .download.default_directory on the same file.
 # Prints each time and the ratio ours / theirs (lower is better). BENCH_DIR keeps the tree.
 set -euo pipefail
 top="$(cd "$(dirname "$0")/../.." && pwd)"
 build="${BUILD_DIR:-$top/build}"
-"$top/scripts/build.sh" "$build" "" download-probe watch-probe >/dev/null
+"$top/scripts/build.sh" "$build" "" download-probe watch-probe vexa-helper >/dev/null
 probe="$build/bench/download-probe"
 runs="${RUNS:-5}"
 work="${BENCH_DIR:-$(mktemp -d)}"
@@ -35,6 +36,12 @@ theirs=$(timed "$runs" /usr/bin/find "$tree" -type f "(" -name '*.dmg' -o -name 
 read -r found ours < <("$probe" inventory "$tree" "$runs")
 echo "inventory: $found packages; ours $ours s, find $theirs s for $runs runs;" \
   "ratio $(ratio "$ours" "$theirs")"
+. "$top/bench/privileged/private-helper.sh"
+read -r found helped < <("$probe" inventory-helper "$tree" "$runs")
+kill $helper_pids
+rm -rf "$helper_work"
+echo "inventory through the helper: $found packages; $helped s for $runs runs;" \
+  "ratio to find $(ratio "$helped" "$theirs")"
 
 home="$work/prefs-home"
 mkdir -p "$home/.config/google-chrome/Default"

@@ -11,24 +11,7 @@ build="${BUILD:-$top/build}"
 tree="${TREE:-/tmp/vexa-bench/tree}"
 [ -d "$tree" ] || "$build/bench/watch-probe" make-tree "$tree" 20000 200000
 
-work=$(mktemp -d)
-cat > "$work/bus.conf" <<CONF
-<busconfig><type>session</type><listen>unix:path=$work/socket</listen><auth>EXTERNAL</auth>
-<policy context="default"><allow user="*"/><allow send_destination="*" eavesdrop="true"/>
-<allow eavesdrop="true"/><allow own="*"/></policy>
-</busconfig>
-CONF
-dbus-daemon --config-file="$work/bus.conf" --nofork --print-address=1 > "$work/address" &
-bus=$!
-wait_for() {  # wait_for COMMAND...: up to 10 s
-  for _ in $(seq 200); do "$@" && return 0; sleep 0.05; done
-  echo "helper-bench: gave up waiting for: $*" >&2; exit 1
-}
-wait_for test -s "$work/address"
-export VEXA_HELPER_BUS_ADDRESS="$(head -n 1 "$work/address")"
-"$build/tools/vexa-helper/vexa-helper" > "$work/helper.log" &
-helper=$!
-wait_for grep -q ready "$work/helper.log"
+. "$top/bench/privileged/private-helper.sh"
 
 client="$build/tests/privileged/helper-client"
 echo "round trips (code 0 x 1000): $("$client" round-trips 1000)"
@@ -40,5 +23,5 @@ through_seconds=$(echo "$through" | sed -n 's/.*seconds=\([0-9.]*\).*/\1/p')
 echo "find through the helper: $through"
 echo "find directly:           files=$direct_files seconds=$direct"
 echo "ratio (helper / direct): $(echo "scale=3; $through_seconds / $direct" | bc)"
-kill "$helper" "$bus"
-rm -rf "$work"
+kill $helper_pids
+rm -rf "$helper_work"

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace vexa {
@@ -17,6 +18,9 @@ class KeptFile {
   // The whole file, in a buffer of the KeptFile's own that the next read reuses (the view
   // lasts until then). Nothing when it cannot be read.
   virtual std::optional<std::string_view> read() = 0;
+  // The same into `buffer`, which keeps its size between calls (grown when the file needs it):
+  // for callers that keep many files and one buffer for them all.
+  virtual std::optional<std::string_view> readInto(std::string& buffer) = 0;
 
   static std::unique_ptr<KeptFile> open(std::shared_ptr<const MachineFiles> files,
                                         const std::string& path);

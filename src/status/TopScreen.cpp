@@ -1,5 +1,8 @@
 #include "status/TopScreen.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -66,32 +69,83 @@ std::string TopScreen::next(const std::vector<int32_t>& only) {
     }
   }
   std::sort(pids.begin(), pids.end());
+  ++screens_;
   const auto uptime = files_->read("/proc/uptime");
   double now = 0;
   if (uptime) std::sscanf(uptime->c_str(), "%lf", &now);
   for (const int32_t pid : pids) {
     if (const auto text = line(pid, now)) screen += *text;
   }
+  // Processes no longer listed give their descriptors back.
+  std::erase_if(kept_, [&](const auto& entry) { return entry.second.screen != screens_; });
   shares_.endRound();
   return screen;
 }
 
+void TopScreen::raiseDescriptorLimit() {
+  struct rlimit files {};
+  if (::getrlimit(RLIMIT_NOFILE, &files) == 0 && files.rlim_cur < files.rlim_max) {
+    files.rlim_cur = files.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &files);
+  }
+}
+
+size_t TopScreen::defaultKeptProcesses() {
+  // Three descriptors a process, leaving 256 for everything else.
+  constexpr long kLeft = 256;
+  const long limit = ::sysconf(_SC_OPEN_MAX);
+  return limit > kLeft ? static_cast<size_t>(limit - kLeft) / 3 : 0;
+}
+
+std::optional<std::string_view> TopScreen::read(int32_t pid, ProcessFiles* kept,
+                                                std::unique_ptr<KeptFile> ProcessFiles::*file,
+                                                const char* name) {
+  const auto path = [&] { return "/proc/" + std::to_string(pid) + "/" + name; };
+  if (!kept) {
+    auto text = files_->read(path());
+    if (!text) return std::nullopt;
+    scratch_ = std::move(*text);
+    return std::string_view(scratch_);
+  }
+  std::unique_ptr<KeptFile>& slot = kept->*file;
+  if (slot) {
+    if (const auto text = slot->readInto(scratch_)) return text;
+  }
+  slot = KeptFile::open(files_, path());
+  return slot->readInto(scratch_);
+}
+
 std::optional<std::string> TopScreen::line(int32_t pid, double now) {
-  const std::string folder = "/proc/" + std::to_string(pid);
+  ProcessFiles* kept = nullptr;
+  if (auto found = kept_.find(pid); found != kept_.end()) {
+    kept = &found->second;
+  } else if (kept_.size() < keepLimit_) {
+    kept = &kept_[pid];
+  }
+  if (kept) kept->screen = screens_;
   // status first: it tells the owner, so other users' processes cost one read.
-  const auto status = files_->read(folder + "/status");
-  const auto uids = status ? statusField(*status, "Uid") : std::nullopt;
-  const auto uid = uids ? parseUnsigned(uids->substr(0, uids->find_first_of(" \t"))) : std::nullopt;
-  if (!uid || *uid != uid_) return std::nullopt;
-  const auto statText = files_->read(folder + "/stat");
-  const auto stat = statText ? parsePidStat(*statText) : std::nullopt;
-  if (!stat) return std::nullopt;
+  std::optional<uint64_t> uid;
   uint64_t swapKiB = 0;
-  if (const auto swap = statusField(*status, "VmSwap")) {
-    swapKiB = parseUnsigned(swap->substr(0, swap->find(' '))).value_or(0);
+  if (const auto status = read(pid, kept, &ProcessFiles::status, "status")) {
+    const auto uids = statusField(*status, "Uid");
+    if (uids) uid = parseUnsigned(uids->substr(0, uids->find_first_of(" \t")));
+    if (const auto swap = statusField(*status, "VmSwap")) {
+      swapKiB = parseUnsigned(swap->substr(0, swap->find(' '))).value_or(0);
+    }
+  }
+  if (!uid || *uid != uid_) {
+    // A process that is gone gives its files back now; another user's keeps its status open.
+    if (!uid) kept_.erase(pid);
+    return std::nullopt;
+  }
+  const auto statText = read(pid, kept, &ProcessFiles::stat, "stat");
+  const auto stat = statText ? parsePidStat(*statText) : std::nullopt;
+  if (!stat) {
+    kept_.erase(pid);
+    return std::nullopt;
   }
   uint64_t writes = 0, reads = 0;
-  if (const auto io = files_->read(folder + "/io")) {
+  if (const auto io = read(pid, kept, &ProcessFiles::io, "io")) {
     writes = parseUnsigned(statusField(*io, "syscw").value_or("")).value_or(0);
     reads = parseUnsigned(statusField(*io, "syscr").value_or("")).value_or(0);
   }

@@ -5,8 +5,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
+#include "status/KeptFile.h"
 #include "status/ProcessCpuShares.h"
 
 namespace vexa {
@@ -40,14 +42,37 @@ class TopScreen {
   // Processes that end while they are read are left out.
   std::string next(const std::vector<int32_t>& only = {});
 
+  // How many processes keep their files open between screens (three descriptors each).
+  void setKeptProcesses(size_t count) { keepLimit_ = count; }
+  // All the descriptor limit allows but 256 descriptors, at the time of the call.
+  static size_t defaultKeptProcesses();
+  // Raises this process's soft descriptor limit to the hard one, before a screen is made, for a
+  // program that owns its process and does not use select() (vexa-top).
+  static void raiseDescriptorLimit();
+
  private:
+  // A process's files, kept open from one screen to the next: a screen then costs a read per
+  // file and process, not an open, a read and a close, each walking /proc/PID anew.
+  struct ProcessFiles {
+    std::unique_ptr<KeptFile> status, stat, io;
+    uint64_t screen = 0;  // the last screen that listed the process
+  };
   std::optional<std::string> line(int32_t pid, double now);
+  // The process's file `name` ("status", "stat" or "io") into scratch_; a kept file that
+  // fails (the process ended, or its pid now names another) is opened once more.
+  std::optional<std::string_view> read(int32_t pid, ProcessFiles* kept,
+                                       std::unique_ptr<KeptFile> ProcessFiles::*file,
+                                       const char* name);
 
   std::shared_ptr<MachineFiles> files_;
   uint32_t uid_;
   std::vector<Column> columns_;
   ProcessCpuShares shares_;
   uint64_t pageSize_;
+  std::unordered_map<int32_t, ProcessFiles> kept_;
+  size_t keepLimit_ = defaultKeptProcesses();
+  uint64_t screens_ = 0;
+  std::string scratch_;
 };
 
 }  // namespace vexa

@@ -2,6 +2,7 @@
 
 #include <sys/wait.h>
 
+#include <filesystem>
 #include <map>
 #include <sstream>
 
@@ -9,6 +10,7 @@
 #include "status/MachineFiles.h"
 #include "status/ProcessRecorder.h"
 #include "status/ProcessTool.h"
+#include "status/TopScreen.h"
 #include "support/ChildProcess.h"
 #include "support/Signal.h"
 #include "support/TempDir.h"
@@ -94,6 +96,39 @@ TEST(ProcessLiveTest, ProcessesThatEndedAreLeftOutAndNoneLeftAnswersNothing) {
     EXPECT_FALSE(tool->usage({gone}));
     EXPECT_FALSE(tool->states({gone}));
   }
+}
+
+size_t openDescriptors() {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                           std::filesystem::directory_iterator()));
+}
+
+// A screen keeps each listed process's three files open for the next one, and gives them back
+// when the process is gone; past the limit, files are opened for each screen.
+TEST(ProcessLiveTest, TopScreenKeepsFilesOfLiveProcessesOnly) {
+  test::ChildProcess child({"/bin/sleep", "60"});
+  ASSERT_TRUE(child.running());
+  const int pid = child.pid();
+  TopScreen screen(MachineFiles::underRoot("/"), ::getuid(), 100,
+                   *TopScreen::parseColumns("pid,mem,cmprs,msgsent"));
+  const size_t before = openDescriptors();
+  const std::string line = "\n" + std::to_string(pid) + " ";
+  EXPECT_NE(screen.next({pid}).find(line), std::string::npos);
+  EXPECT_EQ(openDescriptors(), before + 3);
+  EXPECT_NE(screen.next({pid}).find(line), std::string::npos);
+  EXPECT_EQ(openDescriptors(), before + 3);
+
+  child.signal(SIGKILL);
+  child.waitExit();
+  EXPECT_EQ(screen.next({pid}).find(line), std::string::npos);
+  EXPECT_EQ(openDescriptors(), before);
+
+  test::ChildProcess other({"/bin/sleep", "60"});  // its pipes are the test's descriptors
+  const size_t unkept = openDescriptors();
+  screen.setKeptProcesses(0);
+  EXPECT_NE(screen.next({other.pid()}).find("\n" + std::to_string(other.pid()) + " "),
+            std::string::npos);
+  EXPECT_EQ(openDescriptors(), unkept);
 }
 
 // A launcher that goes through GIO leaves its entry and the child's pid in the environment.

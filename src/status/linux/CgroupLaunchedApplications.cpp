@@ -183,23 +183,31 @@ class CgroupLaunchedApplications final : public LaunchedApplications {
       if (!parsed) continue;  // ended meanwhile
       const ProcessKey key{parsed->pid, parsed->startTicks, parsed->comm};
       auto known = processes_.find(key);
-      std::optional<Record> record =
-          known != processes_.end() ? known->second : launchedFromEnvironment(folder, parsed->pid);
+      bool settled = true;
+      std::optional<Record> record = known != processes_.end()
+                                         ? known->second
+                                         : launchedFromEnvironment(folder, parsed->pid, settled);
       if (record) records.push_back(*record);
-      seen.emplace(key, std::move(record));
+      if (settled) seen.emplace(key, std::move(record));
     }
     processes_ = std::move(seen);
     return records;
   }
 
-  std::optional<Record> launchedFromEnvironment(const std::string& folder, int32_t pid) {
+  // `settled` turns false when the answer may still change for the same program: a process in
+  // the middle of exec already has its new name but, for a moment, no environment.
+  std::optional<Record> launchedFromEnvironment(const std::string& folder, int32_t pid,
+                                                bool& settled) {
     const auto status = files_->read(folder + "/status");
     const auto uids = status ? statusField(*status, "Uid") : std::nullopt;
     const auto realUid =
         uids ? parseUnsigned(uids->substr(0, uids->find_first_of(" \t"))) : std::nullopt;
     if (!realUid || *realUid != uid_) return std::nullopt;
     const auto environ = files_->read(folder + "/environ");
-    if (!environ) return std::nullopt;
+    if (!environ || environ->empty()) {
+      settled = false;
+      return std::nullopt;
+    }
     const auto launchedPid = environValue(*environ, "GIO_LAUNCHED_DESKTOP_FILE_PID");
     const auto launchedFile = environValue(*environ, "GIO_LAUNCHED_DESKTOP_FILE");
     if (!launchedPid || !launchedFile || parseSigned(*launchedPid) != pid) return std::nullopt;

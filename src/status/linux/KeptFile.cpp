@@ -26,24 +26,26 @@ class DescriptorFile final : public KeptFile {
     if (fd && ::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode)) fd_ = std::move(fd);
   }
 
-  std::optional<std::string_view> read() override {
+  std::optional<std::string_view> read() override { return readInto(buffer_); }
+
+  std::optional<std::string_view> readInto(std::string& buffer) override {
     if (!fd_) {
       auto whole = files_->read(path_);
       if (!whole) return std::nullopt;
-      buffer_ = std::move(*whole);
-      return std::string_view(buffer_);
+      buffer = std::move(*whole);
+      return std::string_view(buffer);
     }
     // The buffer keeps its size between reads: growing it fills it with zeros, and a sample
     // would otherwise pay for that each time.
-    if (buffer_.size() < kFirstBytes) buffer_.resize(kFirstBytes);
+    if (buffer.size() < kFirstBytes) buffer.resize(kFirstBytes);
     size_t used = 0;
     for (;;) {
-      if (used == buffer_.size()) {
-        if (buffer_.size() >= kMaxFileBytes) return std::nullopt;
-        buffer_.resize(buffer_.size() * 2);
+      if (used == buffer.size()) {
+        if (buffer.size() >= kMaxFileBytes) return std::nullopt;
+        buffer.resize(buffer.size() * 2);
       }
-      const ssize_t got = ::pread(fd_.get(), buffer_.data() + used, buffer_.size() - used,
-                                  static_cast<off_t>(used));
+      const ssize_t got =
+          ::pread(fd_.get(), buffer.data() + used, buffer.size() - used, static_cast<off_t>(used));
       if (got < 0) {
         if (errno == EINTR) continue;
         return std::nullopt;
@@ -53,9 +55,9 @@ class DescriptorFile final : public KeptFile {
       // A short read is the end: the kernel fills the buffer while it has text. Asking again
       // would cost as much as the read itself, since a /proc file made of records is made
       // again from its start to reach a later offset.
-      if (used < buffer_.size()) break;
+      if (used < buffer.size()) break;
     }
-    return std::string_view(buffer_.data(), used);
+    return std::string_view(buffer.data(), used);
   }
 
  private:

@@ -65,6 +65,8 @@ int vexatop_run(int argc, char** argv) {
   }
   if (argc % 2 == 0 || !columns) return vexa::usage();
 
+  // Nothing here waits with select(): the screens may keep many descriptors.
+  vexa::TopScreen::raiseDescriptorLimit();
   vexa::TopScreen screen(vexa::MachineFiles::underRoot("/"), ::getuid(),
                          static_cast<double>(::sysconf(_SC_CLK_TCK)), *columns);
   const auto period = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
