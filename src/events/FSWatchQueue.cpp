@@ -89,33 +89,33 @@ std::shared_ptr<WatchQueuePathEntry> FSWatchQueue::addPathToQueue(const std::str
 std::shared_ptr<WatchQueuePathEntry> FSWatchQueue::addLocked(const std::string& path,
                                                              uint32_t flags) {
   auto found = watchedPathEntries_.find(path);
-  if (found != watchedPathEntries_.end() && (found->second->subscriptionFlags() & flags) == flags) {
-    return found->second;
+  if (found != watchedPathEntries_.end() && ((*found)->subscriptionFlags() & flags) == flags) {
+    return *found;
   }
   const auto added = engine_->add(path, flags);
   if (added.error != 0) return nullptr;
   if (found != watchedPathEntries_.end()) {
-    found->second->setSubscriptionFlags(found->second->subscriptionFlags() | flags);
-    return found->second;
+    (*found)->setSubscriptionFlags((*found)->subscriptionFlags() | flags);
+    return *found;
   }
-  auto entry =
-      std::make_shared<WatchQueuePathEntry>(path, added.wd, flags, added.device, added.inode);
-  watchedPathEntries_[path] = entry;
-  return entry;
+  return *watchedPathEntries_
+              .insert(std::make_shared<WatchQueuePathEntry>(path, added.wd, flags, added.device,
+                                                            added.inode))
+              .first;
 }
 
 void FSWatchQueue::removePath(const std::string& path) {
   std::lock_guard lock(mutex_);
   auto found = watchedPathEntries_.find(path);
   if (found == watchedPathEntries_.end()) return;
-  found->second->setWatchedFD(-1);
+  (*found)->setWatchedFD(-1);
   watchedPathEntries_.erase(found);
   engine_->remove(path);
 }
 
 void FSWatchQueue::removeAllPaths() {
   std::lock_guard lock(mutex_);
-  for (auto& [path, entry] : watchedPathEntries_) entry->setWatchedFD(-1);
+  for (const auto& entry : watchedPathEntries_) entry->setWatchedFD(-1);
   watchedPathEntries_.clear();
   engine_->removeAll();
 }
@@ -131,7 +131,7 @@ std::optional<std::string> FSWatchQueue::filePathForFileDescr(int watchedFD,
   std::shared_ptr<WatchQueuePathEntry> entry;
   {
     std::lock_guard lock(mutex_);
-    for (const auto& [path, candidate] : watchedPathEntries_) {
+    for (const auto& candidate : watchedPathEntries_) {
       if (watchedFD >= 0 && candidate->watchedFD() == watchedFD) entry = candidate;
     }
   }
@@ -191,7 +191,7 @@ bool FSWatchQueue::followRename(const std::string& path,
     std::lock_guard lock(mutex_);
     auto found = watchedPathEntries_.find(path);
     if (found == watchedPathEntries_.end()) return false;
-    entry = found->second;
+    entry = *found;
   }
   const uint64_t device = entry->device();
   const uint64_t inode = entry->inode();

@@ -226,18 +226,22 @@ void WatchDownload::scan(const std::string& folder) {
     std::lock_guard lock(mutex_);
     found.swap(currDownload_);
   }
-  watchPartialFiles(found);
+  watchPartialFiles(std::move(found));
 }
 
-void WatchDownload::watchPartialFiles(const std::set<std::string>& found) {
+void WatchDownload::watchPartialFiles(std::set<std::string> found) {
   size_t refused = 0;
   std::lock_guard lock(mutex_);
   if (!watching_ || !queue_) return;
-  for (const auto& path : found) {
+  while (!found.empty()) {
+    // The scan's record of a path becomes the watch's: no second copy of it is made, and the
+    // records of paths watched already are freed as they are passed.
+    auto record = found.extract(found.begin());
+    const std::string& path = record.value();
     if (watchDownload_.count(path) > 0) continue;
     // One that cannot be watched now (the watch limit reached) is tried again at the next scan.
     if (queue_->addPathToQueue(path, kPartialFileMask)) {
-      watchDownload_.insert(path);
+      watchDownload_.insert(std::move(record));
     } else if (PathName::entryExists(path)) {
       ++refused;  // not one that went since the scan
     }

@@ -165,12 +165,21 @@ TEST_F(InotifyWatchQueueTest, PathsOfOneItemShareItsWatchUntilTheLastGoes) {
   EXPECT_EQ(engine->take("/w/a"), kWrite);
   EXPECT_EQ(engine->take("/w/hardlink"), kAttributeChange);
 
-  engine->remove("/w/a");
-  EXPECT_EQ(kernel->log.back(), "add /w/hardlink");  // the watch stays
-  engine->translate({{wd, IN_ATTRIB, 0, ""}});
-  EXPECT_EQ(engine->take("/w/hardlink"), kAttributeChange);
-
+  // A path that is neither the first nor the last of its watch goes: the others still hear.
+  kernel->put("/w/third", 7, false, 0, 2);
+  ASSERT_EQ(engine->add("/w/third", kWrite).wd, first);
   engine->remove("/w/hardlink");
+  engine->translate({{wd, IN_MODIFY, 0, ""}});
+  EXPECT_EQ(engine->take("/w/a"), kWrite);
+  EXPECT_EQ(engine->take("/w/third"), kWrite);
+  EXPECT_EQ(engine->take("/w/hardlink"), 0u);
+
+  engine->remove("/w/a");
+  EXPECT_EQ(kernel->log.back(), "add /w/third");  // the watch stays
+  engine->translate({{wd, IN_MODIFY, 0, ""}});
+  EXPECT_EQ(engine->take("/w/third"), kWrite);
+
+  engine->remove("/w/third");
   EXPECT_EQ(kernel->log.back(), "remove " + std::to_string(wd));
   EXPECT_EQ(engine->watchCount(), 0u);
 }
@@ -188,13 +197,17 @@ TEST_F(InotifyWatchQueueTest, RecordsOfAWatchGivenBackAreStaleUntilItsConfirmati
 
 TEST_F(InotifyWatchQueueTest, AWatchTheKernelDroppedIsNotGivenBack) {
   kernel->put("/w/a", 1);
+  kernel->put("/w/hardlink", 1, false, 0, 2);
   engine->add("/w/a", kAll);
+  engine->add("/w/hardlink", kAll);
   const int wd = kernel->wdOf("/w/a");
   engine->translate({{wd, IN_DELETE_SELF, 0, ""}, {wd, IN_IGNORED, 0, ""}});
   EXPECT_EQ(engine->take("/w/a"), kDelete);
-  engine->remove("/w/a");
-  EXPECT_EQ(kernel->log, std::vector<std::string>{"add /w/a"});
+  EXPECT_EQ(engine->take("/w/hardlink"), kDelete);
   EXPECT_EQ(engine->watchCount(), 0u);
+  engine->remove("/w/hardlink");
+  engine->remove("/w/a");
+  EXPECT_EQ(kernel->log, (std::vector<std::string>{"add /w/a", "add /w/hardlink"}));
 }
 
 TEST_F(InotifyWatchQueueTest, SubscriptionOnlyWidensAndOnlyWhenItMust) {

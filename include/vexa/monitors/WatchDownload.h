@@ -105,7 +105,7 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   void updateDownloadFolders(const std::vector<std::string>& folders);
   // Scans `folder` and watches the partial files found that are not watched yet.
   void scan(const std::string& folder);
-  void watchPartialFiles(const std::set<std::string>& found);
+  void watchPartialFiles(std::set<std::string> found);
   // Watches `folders` (the settings folders) and Safari's folder as it is now, dropping those
   // no longer wanted.
   void watchPreferences(const std::vector<std::string>& folders);

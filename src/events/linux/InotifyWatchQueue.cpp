@@ -56,14 +56,13 @@ WatchQueueEngine::Added InotifyWatchQueue::add(const std::string& path, uint32_t
   auto existing = entries_.find(path);
   if (existing != entries_.end()) {
     Entry& entry = existing->second;
-    const Added same{entry.wd, entry.item.device, entry.item.inode, 0};
+    const Added same{entry.wd, entry.device, entry.inode, 0};
     if ((entry.flags & flags) == flags) return same;
     entry.flags |= flags;
     // The path still names the item unless it moved; a watch on whatever took its name would
     // be another item's.
     if (entry.wd >= 0 && !entry.moved) {
-      const int wd =
-          kernel_->addWatch(path, kernelMask(entry.flags, entry.item.folder) | IN_MASK_ADD);
+      const int wd = kernel_->addWatch(path, kernelMask(entry.flags, entry.folder) | IN_MASK_ADD);
       if (wd >= 0 && wd != entry.wd && watches_.count(wd) == 0) kernel_->removeWatch(wd);
     }
     return same;
@@ -81,10 +80,21 @@ WatchQueueEngine::Added InotifyWatchQueue::add(const std::string& path, uint32_t
     }
     return Added{-1, 0, 0, -wd};
   }
-  Watch& watch = watches_[wd];
-  if (watch.paths.empty()) table_.add(wd, path);
-  watch.paths.push_back(path);
-  entries_[path] = Entry{wd, flags, *item, false, 0, false};
+  Node& added = *entries_.try_emplace(path).first;
+  Entry& entry = added.second;
+  entry.device = item->device;
+  entry.inode = item->inode;
+  entry.size = item->size;
+  entry.links = item->links;
+  entry.wd = wd;
+  entry.flags = flags;
+  entry.folder = item->folder;
+  auto [watch, fresh] = watches_.try_emplace(wd, &added);
+  if (!fresh) {
+    Node* last = watch->second;
+    while (last->second.nextOfWatch) last = last->second.nextOfWatch;
+    last->second.nextOfWatch = &added;
+  }
   startThreadLocked();
   return Added{wd, item->device, item->inode, 0};
 }
@@ -116,15 +126,18 @@ void InotifyWatchQueue::removeLocked(std::map<std::string, Entry>::iterator entr
   const int wd = entry->second.wd;
   auto watch = wd >= 0 ? watches_.find(wd) : watches_.end();
   if (watch != watches_.end()) {
-    auto& paths = watch->second.paths;
-    const bool first = paths.front() == entry->first;
-    paths.erase(std::find(paths.begin(), paths.end(), entry->first));
-    if (paths.empty()) {
+    Node* const gone = &*entry;
+    if (watch->second == gone) {
+      watch->second = gone->second.nextOfWatch;
+    } else {
+      Node* before = watch->second;
+      while (before->second.nextOfWatch != gone) before = before->second.nextOfWatch;
+      before->second.nextOfWatch = gone->second.nextOfWatch;
+    }
+    if (!watch->second) {
       // The last path of the item: the watch goes; its records still queued are stale.
-      table_.forget(entry->first, [this](int w) { return kernel_->removeWatch(w); });
+      if (kernel_->removeWatch(wd)) released_.released(wd);
       watches_.erase(watch);
-    } else if (first) {
-      table_.add(wd, paths.front());
     }
     // A shared watch keeps the union of its paths' masks: narrowing it would need a path that
     // still names the item, and the records it then delivers are sorted out per path anyway.
@@ -175,28 +188,28 @@ void InotifyWatchQueue::translateLocked(const InotifyRecord& record,
     // Whatever was lost, every path is looked at again: a folder may have new entries, a file
     // may be gone or changed.
     for (auto& [path, entry] : entries_) {
-      raise(path, entry, entry.item.folder ? uint32_t{kWrite} : recheck(path, entry), ready);
+      raise(path, entry, entry.folder ? uint32_t{kWrite} : recheck(path, entry), ready);
     }
     return;
   }
-  const bool live = table_.pathOf(record.wd).has_value();
   if (record.mask & IN_IGNORED) {
-    table_.ignored(record.wd);
-    if (!live) return;  // the confirmation of a watch given back
+    if (released_.confirmed(record.wd)) return;  // the confirmation of a watch given back
     // The kernel dropped the watch (its item was deleted or unmounted): the paths stay until
     // their owner removes them, with no watch left to give back.
     auto watch = watches_.find(record.wd);
     if (watch == watches_.end()) return;
-    for (const auto& path : watch->second.paths) entries_[path].wd = -1;
+    for (Node* path = watch->second; path;) {
+      path->second.wd = -1;
+      path = std::exchange(path->second.nextOfWatch, nullptr);
+    }
     watches_.erase(watch);
     return;
   }
-  if (!live) return;  // a watch given back, its IN_IGNORED not read yet
+  if (released_.awaited(record.wd)) return;  // a watch given back, its IN_IGNORED not read yet
   auto watch = watches_.find(record.wd);
   if (watch == watches_.end()) return;
-  for (const auto& path : watch->second.paths) {
-    Entry& entry = entries_[path];
-    raise(path, entry, bitsFor(record, path, entry), ready);
+  for (Node* path = watch->second; path; path = path->second.nextOfWatch) {
+    raise(path->first, path->second, bitsFor(record, path->first, path->second), ready);
   }
 }
 
@@ -211,9 +224,8 @@ void InotifyWatchQueue::raise(const std::string& path, Entry& entry, uint32_t bi
   }
 }
 
-bool InotifyWatchQueue::sameItem(const std::optional<WatchedItemStatus>& now,
-                                 const Entry& entry) const {
-  return now && now->device == entry.item.device && now->inode == entry.item.inode;
+bool InotifyWatchQueue::sameItem(const std::optional<WatchedItemStatus>& now, const Entry& entry) {
+  return now && now->device == entry.device && now->inode == entry.inode;
 }
 
 uint32_t InotifyWatchQueue::bitsFor(const InotifyRecord& record, const std::string& path,
@@ -237,8 +249,8 @@ uint32_t InotifyWatchQueue::bitsFor(const InotifyRecord& record, const std::stri
     if ((entry.flags & kSizeIncrease) && !entry.moved) {
       const auto now = kernel_->status(path, true);
       if (sameItem(now, entry)) {
-        if (now->size > entry.item.size) bits |= kSizeIncrease;
-        entry.item.size = now->size;
+        if (now->size > entry.size) bits |= kSizeIncrease;
+        entry.size = now->size;
       }
     }
   }
@@ -246,8 +258,8 @@ uint32_t InotifyWatchQueue::bitsFor(const InotifyRecord& record, const std::stri
     const auto now = kernel_->status(path, true);
     if (sameItem(now, entry)) {
       entry.moved = false;  // back under its watched name
-      bits |= now->links != entry.item.links ? kLinkCountChange : kAttributeChange;
-      entry.item.links = now->links;
+      bits |= now->links != entry.links ? kLinkCountChange : kAttributeChange;
+      entry.links = now->links;
     } else if (entry.moved || (entry.pending & kRename)) {
       bits |= kAttributeChange;
     } else {
@@ -261,11 +273,10 @@ uint32_t InotifyWatchQueue::recheck(const std::string& path, Entry& entry) {
   const auto now = kernel_->status(path, true);
   if (!sameItem(now, entry)) return entry.moved ? 0 : kDelete;
   uint32_t bits = 0;
-  if (now->size != entry.item.size)
-    bits |= kWrite | (now->size > entry.item.size ? kSizeIncrease : 0);
-  if (now->links != entry.item.links) bits |= kLinkCountChange;
-  entry.item.size = now->size;
-  entry.item.links = now->links;
+  if (now->size != entry.size) bits |= kWrite | (now->size > entry.size ? kSizeIncrease : 0);
+  if (now->links != entry.links) bits |= kLinkCountChange;
+  entry.size = now->size;
+  entry.links = now->links;
   return bits;
 }
 

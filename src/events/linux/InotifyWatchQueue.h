@@ -8,10 +8,11 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "events/WatchQueueEngine.h"
-#include "events/linux/InotifyWatchTable.h"
+#include "events/linux/InotifyReleasedWatches.h"
 #include "events/linux/WatchQueueKernel.h"
 
 namespace vexa {
@@ -54,16 +55,22 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   size_t watchCount() const;
 
  private:
+  struct Entry;
+  using Node = std::pair<const std::string, Entry>;
+  // One watched path. The item's identity and last seen size and link count are what `path no
+  // longer names the item` and the size and link-count bits are judged by.
   struct Entry {
-    int wd = -1;  // -1 once the kernel dropped the watch
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    uint64_t size = 0;
+    uint64_t links = 0;
+    Node* nextOfWatch = nullptr;  // the next path of the same watch, in the order added
+    int wd = -1;                  // -1 once the kernel dropped the watch
     uint32_t flags = 0;
-    WatchedItemStatus item;
-    bool moved = false;  // renamed since added: the path no longer names it, by design
     uint32_t pending = 0;
+    bool folder = false;
+    bool moved = false;  // renamed since added: the path no longer names it, by design
     bool readyCalled = false;
-  };
-  struct Watch {
-    std::vector<std::string> paths;
   };
 
   void translateLocked(const InotifyRecord& record, std::vector<std::string>& ready);
@@ -71,8 +78,7 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   uint32_t recheck(const std::string& path, Entry& entry);
   void raise(const std::string& path, Entry& entry, uint32_t bits, std::vector<std::string>& ready);
   void removeLocked(std::map<std::string, Entry>::iterator entry);
-  bool sameItem(const std::optional<WatchedItemStatus>& now, const Entry& entry) const;
-  void callReady(const std::vector<std::string>& paths);
+  static bool sameItem(const std::optional<WatchedItemStatus>& now, const Entry& entry);
   void startThreadLocked();
 
   const std::unique_ptr<WatchQueueKernel> kernel_;
@@ -86,8 +92,10 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   mutable std::mutex mutex_;  // guards the fields below
   Ready ready_;
   std::map<std::string, Entry> entries_;
-  std::unordered_map<int, Watch> watches_;
-  InotifyWatchTable table_;  // each live watch under the first of its paths
+  // Each live watch: the first of its paths, which lead to the others. A watch given back
+  // leaves at once; its records read before the confirmation are dropped.
+  std::unordered_map<int, Node*> watches_;
+  InotifyReleasedWatches released_;
 };
 
 }  // namespace vexa

@@ -35,7 +35,7 @@ void InotifyWatchTable::add(int wd, const std::string& path) {
 }
 
 std::optional<std::string> InotifyWatchTable::pathOf(int wd) const {
-  if (awaitingIgnored_.count(wd) > 0) return std::nullopt;
+  if (released_.awaited(wd)) return std::nullopt;
   auto found = pathOfWatch_.find(wd);
   if (found == pathOfWatch_.end()) return std::nullopt;
   return found->second;
@@ -48,7 +48,7 @@ std::optional<int> InotifyWatchTable::watchOf(const std::string& path) const {
 }
 
 void InotifyWatchTable::ignored(int wd) {
-  if (awaitingIgnored_.erase(wd) > 0) return;  // whatever holds the wd now is a newer watch
+  if (released_.confirmed(wd)) return;  // whatever holds the wd now is a newer watch
   auto found = pathOfWatch_.find(wd);
   if (found == pathOfWatch_.end()) return;
   auto byPath = watchOfPath_.find(found->second);
@@ -59,7 +59,7 @@ void InotifyWatchTable::ignored(int wd) {
 void InotifyWatchTable::drop(std::map<std::string, int>::iterator entry, const Release& release) {
   const int wd = entry->second;
   pathOfWatch_.erase(wd);
-  if (release && release(wd)) awaitingIgnored_.insert(wd);
+  if (release && release(wd)) released_.released(wd);
 }
 
 void InotifyWatchTable::forgetTree(const std::string& path, const Release& release) {
@@ -106,7 +106,7 @@ void InotifyWatchTable::renameTree(const std::string& from, const std::string& t
 void InotifyWatchTable::clear() {
   pathOfWatch_.clear();
   watchOfPath_.clear();
-  awaitingIgnored_.clear();
+  released_.clear();
 }
 
 }  // namespace vexa

@@ -6,8 +6,9 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
+
+#include "events/linux/InotifyReleasedWatches.h"
 
 namespace vexa {
 
@@ -59,7 +60,7 @@ class InotifyWatchTable {
 
   std::unordered_map<int, std::string> pathOfWatch_;
   std::map<std::string, int> watchOfPath_;  // ordered: a subtree is one range
-  std::unordered_set<int> awaitingIgnored_;
+  InotifyReleasedWatches released_;
 };
 
 }  // namespace vexa
