@@ -306,5 +306,24 @@ TEST(ProcessStatusExTest, RestartsTheTopProgramAfterItEndsAndStopsItWithoutAppli
   EXPECT_FALSE(lasting->hasStatusTask());
 }
 
+// A top program that stops printing is ended after five intervals (5 s at least), and the next
+// bookkeeping starts another.
+TEST(ProcessStatusExTest, AStalledTopProgramIsEndedAndStartedAgain) {
+  auto tool = std::make_shared<RecordedTool>();
+  tool->statesText = "PID STAT\n2001 S\n";
+  auto launched = std::make_shared<FixedApplications>(apps({2001}));
+  const auto status = ProcessStatusEx::create(
+      launched, tool, {"/bin/sh", "-c", "printf '%s' \"$0\"; exec sleep 60", kTopFirst});
+  const auto recorder = std::make_shared<ProcessRecorder>();
+  status->setDelegate(recorder);
+  status->updateProcessInfo();
+  ASSERT_TRUE(recorder->waitForExtended(1, std::chrono::seconds(10)));
+  EXPECT_TRUE(status->hasStatusTask());
+  ASSERT_TRUE(test::eventually([&] { return !status->hasStatusTask(); }, std::chrono::seconds(20)));
+  status->updateProcessInfo();
+  ASSERT_TRUE(recorder->waitForExtended(2, std::chrono::seconds(10)));
+  EXPECT_TRUE(status->hasStatusTask());
+}
+
 }  // namespace process_status_test
 }  // namespace vexa
