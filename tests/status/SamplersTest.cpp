@@ -150,54 +150,60 @@ class WritableMachine {
   test::TempDir dir_;
 };
 
-TEST(CPUStatusTest, CoreOfflineIsSkippedAndComesBackFromItsOwnCounters) {
-  WritableMachine box("vm-2cpu");
-  box.write("proc/stat", "cpu0 100 0 100 800 0\ncpu1 100 0 100 800 0\n");
-  auto cpu = CPUStatus::create(box.root());
-  ASSERT_TRUE(cpu);
-  auto recorder = std::make_shared<StatusRecorder>();
-  cpu->setDelegate(recorder);
+// A CPU sampler over a writable copy of the VM fixture, reporting to a recorder; start() once
+// the test has written the files the first reading needs.
+class CpuOnMachine : public ::testing::Test {
+ protected:
+  void start() {
+    cpu_ = CPUStatus::create(box_.root());
+    ASSERT_TRUE(cpu_);
+    cpu_->setDelegate(recorder_);
+  }
+  WritableMachine box_{"vm-2cpu"};
+  std::shared_ptr<StatusRecorder> recorder_ = std::make_shared<StatusRecorder>();
+  std::shared_ptr<CPUStatus> cpu_;
+};
 
-  box.write("proc/stat", "cpu0 150 0 150 900 0\n");
-  cpu->updateInfo();
-  auto cores = recorder->calls("cpuUsedWithCore");
+TEST_F(CpuOnMachine, CoreOfflineIsSkippedAndComesBackFromItsOwnCounters) {
+  box_.write("proc/stat", "cpu0 100 0 100 800 0\ncpu1 100 0 100 800 0\n");
+  ASSERT_NO_FATAL_FAILURE(start());
+
+  box_.write("proc/stat", "cpu0 150 0 150 900 0\n");
+  cpu_->updateInfo();
+  auto cores = recorder_->calls("cpuUsedWithCore");
   ASSERT_EQ(cores.size(), 1u);
   EXPECT_FLOAT_EQ(cores[0]["user"].get<float>(), 0.25F);
-  EXPECT_FLOAT_EQ(recorder->calls("cpuUsedWithSystem")[0]["idle"].get<float>(), 0.5F);
+  EXPECT_FLOAT_EQ(recorder_->calls("cpuUsedWithSystem")[0]["idle"].get<float>(), 0.5F);
 
-  recorder->clear();
-  box.write("proc/stat", "cpu0 150 0 150 1000 0\ncpu1 5 0 5 10 0\n");
-  cpu->updateInfo();
-  cores = recorder->calls("cpuUsedWithCore");
+  recorder_->clear();
+  box_.write("proc/stat", "cpu0 150 0 150 1000 0\ncpu1 5 0 5 10 0\n");
+  cpu_->updateInfo();
+  cores = recorder_->calls("cpuUsedWithCore");
   ASSERT_EQ(cores.size(), 2u);
   EXPECT_EQ(cores[1]["core"], 1);
   EXPECT_EQ(cores[1]["idle"], 0.0);
   EXPECT_FLOAT_EQ(cores[0]["idle"].get<float>(), 1.0F);
 }
 
-TEST(CPUStatusTest, TaskCountIsTakenAgainWhenLoadavgMoves) {
-  WritableMachine box("vm-2cpu");
-  box.write("proc/loadavg", "0.10 0.10 0.10 1/50 700\n");
-  auto cpu = CPUStatus::create(box.root());
-  ASSERT_TRUE(cpu);
-  auto recorder = std::make_shared<StatusRecorder>();
-  cpu->setDelegate(recorder);
+TEST_F(CpuOnMachine, TaskCountIsTakenAgainWhenLoadavgMoves) {
+  box_.write("proc/loadavg", "0.10 0.10 0.10 1/50 700\n");
+  ASSERT_NO_FATAL_FAILURE(start());
   const auto sample = [&] {
-    recorder->clear();
-    cpu->updateInfo();
-    return recorder->calls("processorWithTaskCount").at(0)["taskCount"].get<int>();
+    recorder_->clear();
+    cpu_->updateInfo();
+    return recorder_->calls("processorWithTaskCount").at(0)["taskCount"].get<int>();
   };
   const int before = sample();
-  std::filesystem::create_directory(box.root() + "/proc/4242");
+  std::filesystem::create_directory(box_.root() + "/proc/4242");
   EXPECT_EQ(sample(), before) << "no new pid and the same thread total: the count stands";
-  box.write("proc/loadavg", "0.10 0.10 0.10 1/51 4242\n");
+  box_.write("proc/loadavg", "0.10 0.10 0.10 1/51 4242\n");
   EXPECT_EQ(sample(), before + 1);
-  std::filesystem::remove(box.root() + "/proc/4242");
-  box.write("proc/loadavg", "0.10 0.10 0.10 1/50 4242\n");
+  std::filesystem::remove(box_.root() + "/proc/4242");
+  box_.write("proc/loadavg", "0.10 0.10 0.10 1/50 4242\n");
   EXPECT_EQ(sample(), before) << "a task reaped lowers the total";
   // Without the newest pid nothing tells a change: every sample counts.
-  box.write("proc/loadavg", "0.10 0.10 0.10 1/50\n");
-  std::filesystem::create_directory(box.root() + "/proc/4243");
+  box_.write("proc/loadavg", "0.10 0.10 0.10 1/50\n");
+  std::filesystem::create_directory(box_.root() + "/proc/4243");
   EXPECT_EQ(sample(), before + 1);
 }
 
