@@ -108,17 +108,21 @@ void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDeleg
     found = inboxes_.emplace(inboxes_.end(), delegate.get(), std::make_shared<Inbox>(delegate));
   }
   const std::shared_ptr<Inbox>& inbox = found->second;
-  std::lock_guard lock(inbox->mutex);
-  if (batches_ > 0 && !inbox->draining && !inbox->held) {
-    inbox->held = true;
-    held_.push_back(inbox);
-    // Room for the batch at once rather than grown call by call; a delegate that hears little
-    // of a large batch must not hold room for all of it, hence the bound.
-    inbox->calls.reserve(inbox->calls.size() + std::min<size_t>(batchEvents_, kBatchRoom));
+  if (batches_ > 0) {
+    if (!inbox->held) {
+      inbox->held = true;
+      held_.push_back(inbox);
+      // Room for the batch at once rather than grown call by call; a delegate that hears
+      // little of a large batch must not hold room for all of it, hence the bound.
+      inbox->batch.reserve(std::min<size_t>(batchEvents_, kBatchRoom));
+    }
+    inbox->batch.push_back(call);
+    return;
   }
+  std::lock_guard lock(inbox->mutex);
   if (inbox->logs.empty() || inbox->logs.back() != log_) inbox->logs.push_back(log_);
   inbox->calls.push_back(call);
-  if (inbox->draining || inbox->held) return;
+  if (inbox->draining) return;
   inbox->draining = true;
   queue_.async([box = inbox] { drain(box); });
 }
@@ -134,16 +138,23 @@ void MonitorDispatch::batchBegins(size_t events) {
 void MonitorDispatch::batchEnds() {
   std::lock_guard lock(mutex_);
   if (batches_ == 0 || --batches_ > 0) return;
-  // The inboxes hold the log as long as their calls need it.
-  log_.reset();
   for (const auto& inbox : held_) {
     inbox->held = false;
     std::lock_guard boxLock(inbox->mutex);
-    if (inbox->draining || inbox->calls.empty()) continue;
+    // The inboxes hold the log as long as their calls need it.
+    inbox->logs.push_back(log_);
+    if (inbox->calls.empty()) {
+      inbox->calls.swap(inbox->batch);
+    } else {
+      inbox->calls.insert(inbox->calls.end(), inbox->batch.begin(), inbox->batch.end());
+    }
+    inbox->batch = {};
+    if (inbox->draining) continue;
     inbox->draining = true;
     queue_.async([box = inbox] { drain(box); });
   }
   held_.clear();
+  log_.reset();
 }
 
 void MonitorDispatch::drain(const std::shared_ptr<Inbox>& inbox) {

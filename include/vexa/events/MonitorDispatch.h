@@ -51,8 +51,9 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   // Reaches each delegate whose registered path overlaps the folder, once per registration,
   // with the narrower of the two: its own path when that lies inside the folder.
   void eventsLost(const std::string& folder) override;
-  // Calls of a batch wait in the inboxes until its end, when each delegate's drain is started
-  // once: the queue's workers do not take them one by one while the batch is still coming.
+  // Calls of a batch wait beside the inboxes until its end, when each delegate's inbox takes
+  // them at once and its drain is started: the queue's workers do not take them one by one
+  // while the batch is still coming.
   void batchBegins(size_t events) override;
   void batchEnds() override;
 
@@ -81,7 +82,10 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
     std::vector<Pending> calls;
     std::vector<std::shared_ptr<const PathLog>> logs;  // those the waiting calls point into
     bool draining = false;
-    bool held = false;  // in held_; guarded by the dispatcher's mutex_
+    // The calls of the batch under way, handed over when it ends; in held_ meanwhile. Guarded
+    // by the dispatcher's mutex_, not the inbox's: a call costs no lock of its own.
+    std::vector<Pending> batch;
+    bool held = false;
   };
 
   MonitorDispatch(FileSystemMonitor* monitor, DispatchQueue& queue);
