@@ -22,6 +22,7 @@
 //   --interval N    seconds between samples (default 1)
 //   --sysroot DIR   read every /proc, /sys and /etc file under DIR (a captured machine)
 
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include <unistd.h>
@@ -45,12 +47,17 @@
 
 namespace {
 
-void print(const char* source, const char* call, nlohmann::json data) {
+// Writes one line whose "data" is DATA_TEXT, JSON already written. The line is put together as
+// text rather than as a document: at one sample a second this printing is most of what the
+// program does beside the samplers.
+void printText(const char* source, const char* call, std::string_view dataText) {
   const double now =
       std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-  const nlohmann::json line = {
-      {"time", now}, {"source", source}, {"call", call}, {"data", std::move(data)}};
-  std::printf("%s\n", line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+  char time[32];
+  const auto written = std::to_chars(time, time + sizeof time, now);
+  std::printf("{\"time\":%.*s,\"source\":\"%s\",\"call\":\"%s\",\"data\":%.*s}\n",
+              static_cast<int>(written.ptr - time), time, source, call,
+              static_cast<int>(dataText.size()), dataText.data());
   // One write per sample rather than one per line: the lines of a sample are printed in one
   // turn of the main loop, and the flush runs at its next turn. (With --once, exit flushes.)
   static bool flushPending = false;
@@ -61,6 +68,14 @@ void print(const char* source, const char* call, nlohmann::json data) {
       std::fflush(stdout);
     });
   }
+}
+
+std::string dump(const nlohmann::json& value) {
+  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+void print(const char* source, const char* call, const nlohmann::json& data) {
+  printText(source, call, dump(data));
 }
 
 const std::set<std::string> kSources = {"memory",  "cpu",     "system",  "disk",
@@ -120,10 +135,23 @@ class Printer : public vexa::MemoryDelegate,
 
   void updateMemoryStatus(const nlohmann::json& memory, const nlohmann::json& vm,
                           const std::optional<nlohmann::json>& swap) override {
-    nlohmann::json data = memory;
-    data["vm"] = vm;
-    data["swap"] = swap ? *swap : nlohmann::json();
-    print("memory", "updateMemoryStatus", std::move(data));
+    // The memory dictionary's members, then "vm" and "swap", written without copying them.
+    std::string text = dump(memory);
+    if (!memory.is_object() || memory.contains("vm") || memory.contains("swap")) {
+      nlohmann::json data = memory.is_object() ? memory : nlohmann::json::object();
+      data["vm"] = vm;
+      data["swap"] = swap ? *swap : nlohmann::json();
+      text = dump(data);
+    } else {
+      text.pop_back();  // the closing brace
+      if (!memory.empty()) text += ',';
+      text += "\"vm\":";
+      text += dump(vm);
+      text += ",\"swap\":";
+      text += swap ? dump(*swap) : "null";
+      text += '}';
+    }
+    printText("memory", "updateMemoryStatus", text);
   }
   void clearMemoryCompleted() override { print("memory", "clearMemoryCompleted", {}); }
   void cpuUsedWithCore(uint32_t core, float system, float user, float idle) override {
