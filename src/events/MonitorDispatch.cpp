@@ -191,7 +191,7 @@ void MonitorDispatch::fanOut(const std::string& path, Call call) {
   for (const auto& [key, delegates] : monitorDict_) {
     if (!matches(path, key)) continue;
     for (const auto& delegate : delegates) {
-      if (!delegate) continue;
+      if (!delegate || !delegate->hearsPath(path)) continue;
       if (!logged) logged = logLocked(path);
       deliverLocked(delegate, Pending{call, logged, nullptr});
     }
@@ -251,7 +251,7 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
     for (const std::string* side : {&source, &target}) {
       if (!matches(*side, key)) continue;
       for (const auto& delegate : delegates) {
-        if (!delegate) continue;
+        if (!delegate || (!delegate->hearsPath(source) && !delegate->hearsPath(target))) continue;
         if (!loggedSource) {
           loggedSource = logLocked(source);
           loggedTarget = logLocked(target);

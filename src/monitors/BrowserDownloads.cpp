@@ -22,6 +22,10 @@ constexpr std::array<std::string_view, 7> kArchiveSuffixes = {
 
 bool isFolder(const std::string& path) { return PathName::isFolder(path); }
 
+// Safari's download history, in a folder beside its preferences folder.
+constexpr char kSafariFolderName[] = "Safari";
+constexpr char kSafariHistoryName[] = "Downloads.plist";
+
 }  // namespace
 
 std::shared_ptr<BrowserDownloads> BrowserDownloads::create(BrowserFolders folders, Deliver deliver,
@@ -52,6 +56,16 @@ bool BrowserDownloads::isDownloads(const std::string& path) {
   const std::string ext = extension(path);
   return std::any_of(extRules.begin(), extRules.end(),
                      [&](const char* rule) { return ext == rule; });
+}
+
+bool BrowserDownloads::mayMatter(const std::string& path) {
+  if (isDownloads(path)) return true;
+  const size_t slash = path.rfind('/');
+  const std::string_view name = slash == std::string::npos
+                                    ? std::string_view(path)
+                                    : std::string_view(path).substr(slash + 1);
+  return BrowserFolders::isSettingsName(name) || name == kSafariFolderName ||
+         name == kSafariHistoryName;
 }
 
 BrowserDownloads::BrowserType BrowserDownloads::browserType(const std::string& path) {
@@ -198,10 +212,12 @@ std::optional<std::string> BrowserDownloads::getLatelyPathForSafariDl(const std:
 }
 
 std::string BrowserDownloads::safariFolder() const {
-  return PathName::parent(folders_.locations().preferencesFolder) + "/Safari";
+  return PathName::parent(folders_.locations().preferencesFolder) + "/" + kSafariFolderName;
 }
 
-std::string BrowserDownloads::safariDLPlist() const { return safariFolder() + "/Downloads.plist"; }
+std::string BrowserDownloads::safariDLPlist() const {
+  return safariFolder() + "/" + kSafariHistoryName;
+}
 
 std::vector<std::string> BrowserDownloads::safariCache() const {
   std::lock_guard lock(mutex_);

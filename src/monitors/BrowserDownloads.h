@@ -62,6 +62,9 @@ class BrowserDownloads : public std::enable_shared_from_this<BrowserDownloads> {
   std::vector<std::string> downloadFolders() const;
   // Whether an event on this path may change the table.
   bool isSettingsFile(const std::string& path) const;
+  // Whether an event on this path can matter to the rules at all, by its name alone: a partial
+  // file, a file named as a settings file, Safari's history or its folder.
+  static bool mayMatter(const std::string& path);
 
   // Judges whether the download that was `path` (without its partial extension) completed,
   // and delivers what it finished as: at once, or for archives a browser may unpack, after

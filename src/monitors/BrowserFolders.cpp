@@ -19,6 +19,13 @@ constexpr size_t kSettingsLimit = size_t{64} << 20;
 // Longer settings are not folders anyone chose.
 constexpr size_t kPathLimit = 4096;
 
+// The names of the files the table is read from.
+constexpr char kChromiumSettings[] = "Preferences";  // Chrome, Chromium, Opera
+constexpr char kChromiumProfileChooser[] = "Local State";
+constexpr char kFirefoxSettings[] = "prefs.js";
+constexpr char kFirefoxProfileChooser[] = "profiles.ini";
+constexpr char kSafariSettings[] = "com.apple.Safari.plist";
+
 std::optional<std::string> readSettings(const std::string& file) {
   return AtomicFile::read(file, kSettingsLimit);
 }
@@ -54,7 +61,7 @@ BrowserFolders::Locations BrowserFolders::current() {
 }
 
 std::string BrowserFolders::chromiumProfile(const std::string& root) const {
-  if (auto state = readSettings(root + "/Local State")) {
+  if (auto state = readSettings(root + "/" + kChromiumProfileChooser)) {
     auto last = BrowserPreferences::chromeLastUsedProfile(*state);
     if (last && isPlainName(*last) && PathName::isFolder(root + "/" + *last)) {
       return root + "/" + *last;
@@ -67,7 +74,7 @@ std::optional<std::string> BrowserFolders::firefoxProfile(std::string* profilesI
   for (const char* root : {"/.mozilla/firefox", "/snap/firefox/common/.mozilla/firefox",
                            "/.var/app/org.mozilla.firefox/.mozilla/firefox"}) {
     const std::string folder = at_.home + root;
-    const std::string ini = folder + "/profiles.ini";
+    const std::string ini = folder + "/" + kFirefoxProfileChooser;
     if (!PathName::exists(ini)) continue;
     *profilesIni = ini;
     auto text = readSettings(ini);
@@ -84,27 +91,27 @@ std::optional<std::string> BrowserFolders::firefoxProfile(std::string* profilesI
 
 std::vector<BrowserFolders::Browser> BrowserFolders::browsers() const {
   std::vector<Browser> list;
-  list.push_back({"Safari", at_.preferencesFolder + "/com.apple.Safari.plist", {}});
+  list.push_back({"Safari", at_.preferencesFolder + "/" + kSafariSettings, {}});
   for (const auto& [name, folder] :
        {std::pair{"Chrome", "google-chrome"}, std::pair{"Chromium", "chromium"}}) {
     const std::string root = at_.configHome + "/" + folder;
-    list.push_back({name,
-                    chromiumProfile(root) + "/Preferences",
-                    {root + "/Local State", root + "/Default/Preferences"}});
+    list.push_back(
+        {name,
+         chromiumProfile(root) + "/" + kChromiumSettings,
+         {root + "/" + kChromiumProfileChooser, root + "/Default/" + kChromiumSettings}});
   }
   std::string profilesIni;
   auto profile = firefoxProfile(&profilesIni);
-  Browser firefox{"Firefox", profile ? *profile + "/prefs.js" : "", {}};
+  Browser firefox{"Firefox", profile ? *profile + "/" + kFirefoxSettings : "", {}};
   for (const char* root : {"/.mozilla/firefox", "/snap/firefox/common/.mozilla/firefox",
                            "/.var/app/org.mozilla.firefox/.mozilla/firefox"}) {
-    firefox.choosers.push_back(at_.home + root + "/profiles.ini");
+    firefox.choosers.push_back(at_.home + root + "/" + kFirefoxProfileChooser);
   }
   list.push_back(std::move(firefox));
   const std::string opera = at_.configHome + "/opera";
-  list.push_back({"Opera",
-                  PathName::exists(opera + "/Preferences") ? opera + "/Preferences"
-                                                           : opera + "/Default/Preferences",
-                  {opera + "/Preferences", opera + "/Default/Preferences"}});
+  const std::string top = opera + "/" + kChromiumSettings;
+  const std::string inProfile = opera + "/Default/" + kChromiumSettings;
+  list.push_back({"Opera", PathName::exists(top) ? top : inProfile, {top, inProfile}});
   return list;
 }
 
@@ -157,6 +164,11 @@ std::vector<std::string> BrowserFolders::settingsFiles() const {
     files.insert(files.end(), browser.choosers.begin(), browser.choosers.end());
   }
   return files;
+}
+
+bool BrowserFolders::isSettingsName(std::string_view name) {
+  return name == kChromiumSettings || name == kChromiumProfileChooser || name == kFirefoxSettings ||
+         name == kFirefoxProfileChooser || name == kSafariSettings;
 }
 
 std::vector<std::string> BrowserFolders::settingsFolders() const {

@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace vexa {
@@ -37,6 +38,9 @@ class BrowserFolders {
   // The files whose change can change the table (existing or not): settings files and the files
   // that choose a profile.
   std::vector<std::string> settingsFiles() const;
+  // Whether a file of this name can be one of settingsFiles(), wherever it lies: a test of the
+  // name alone, for a caller that must not read the disk.
+  static bool isSettingsName(std::string_view name);
   // The folders holding those files, sorted, each once. A missing one inside the home folder is
   // replaced by its nearest existing ancestor there, whose changes tell of its making (a
   // browser's first run); a missing one outside is left out.

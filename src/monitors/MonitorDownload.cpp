@@ -249,4 +249,8 @@ void MonitorDownload::fileModify(const std::string& path) {
   }
 }
 
+bool MonitorDownload::hearsPath(const std::string& path) const {
+  return BrowserDownloads::mayMatter(path);
+}
+
 }  // namespace vexa

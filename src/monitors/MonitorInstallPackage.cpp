@@ -141,4 +141,8 @@ void MonitorInstallPackage::fileRemove(const std::string& path) {
   if (isInstallPackage(path)) removePackage(path);
 }
 
+bool MonitorInstallPackage::hearsPath(const std::string& path) const {
+  return isInstallPackage(path);
+}
+
 }  // namespace vexa

@@ -169,6 +169,43 @@ TEST_F(MonitorDispatchTest, ABatchIsHeldUntilItEndsAndKeepsItsOrder) {
   ASSERT_TRUE(a->waitForCount(6));
 }
 
+// Hears only paths ending in ".deb".
+class PackagesOnly : public RecordingDelegate {
+ public:
+  bool hearsPath(const std::string& path) const override {
+    return path.size() > 4 && path.compare(path.size() - 4, 4, ".deb") == 0;
+  }
+};
+
+TEST_F(MonitorDispatchTest, CallsADelegateDoesNotHearAreLeftOutInAndOutOfBatches) {
+  auto packages = std::make_shared<PackagesOnly>();
+  auto everything = std::make_shared<RecordingDelegate>();
+  dispatch->addMonitorPath(home, packages);
+  dispatch->addMonitorPath(home, everything);
+  const auto at = [&](const char* name) { return home + "/" + name; };
+  dispatch->batchBegins(7);
+  dispatch->fileCreated(at("notes.txt"));
+  dispatch->fileCreated(at("a.deb"));
+  dispatch->fileMoveOrRename(at("b.txt"), at("b.deb"));  // heard for its target
+  dispatch->fileMoveOrRename(at("c.deb"), at("c.txt"));  // and for its source
+  dispatch->fileMoveOrRename(at("d.txt"), at("e.txt"));
+  dispatch->eventsLost(home);  // lost events concern every delegate
+  dispatch->fileRemove(at("notes.txt"));
+  dispatch->batchEnds();
+  dispatch->fileModify(at("x.txt"));
+  dispatch->fileRemove(at("a.deb"));  // last: once heard, everything before it was
+  ASSERT_TRUE(packages->waitForCount(7));
+  EXPECT_EQ(packages->calls(),
+            (Strings{"created " + at("a.deb"), "move " + at("b.txt") + " -> " + at("b.deb"),
+                     "move " + at("b.txt") + " -> " + at("b.deb"),
+                     "move " + at("c.deb") + " -> " + at("c.txt"),
+                     "move " + at("c.deb") + " -> " + at("c.txt"), "lost " + home,
+                     "removed " + at("a.deb")}));
+  // The delegate beside it heard everything.
+  ASSERT_TRUE(everything->waitForCount(12));
+  EXPECT_EQ(everything->calls().front(), "created " + at("notes.txt"));
+}
+
 TEST_F(MonitorDispatchTest, EachTaskKeepsItsDelegateAlive) {
   auto a = std::make_shared<RecordingDelegate>();
   dispatch->addMonitorPath(home, a);

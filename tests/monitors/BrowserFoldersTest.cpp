@@ -204,6 +204,11 @@ TEST(BrowserFoldersSettingsFiles, ListTheFilesThatChooseAndHoldTheSetting) {
         ".config/opera/Preferences"}) {
     EXPECT_NE(std::find(files.begin(), files.end(), home.at(file)), files.end()) << file;
   }
+  // Events are sorted out by name before the table is consulted: every file it reads passes.
+  home.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p.default\nDefault=1\n");
+  for (const auto& file : home.folders.settingsFiles()) {
+    EXPECT_TRUE(BrowserDownloads::mayMatter(file)) << file;
+  }
 }
 
 struct DuplicateCase {
@@ -255,6 +260,14 @@ TEST(BrowserDownloadsNames, ExtensionsAndTypes) {
   EXPECT_EQ(BrowserDownloads::kSafari, 's' << 24 | 'a' << 16 | 'b' << 8 | 'w');
   EXPECT_EQ(BrowserDownloads::withoutExtension("/d/a.tar.gz"), "/d/a.tar");
   EXPECT_EQ(BrowserDownloads::withoutExtension("/d.x/a"), "/d.x/a");
+  for (const char* path : {"/d/a.part", "/h/.config/opera/Preferences", "/p/Safari",
+                           "/p/Safari/Downloads.plist", "/h/f/profiles.ini", "Local State"}) {
+    EXPECT_TRUE(BrowserDownloads::mayMatter(path)) << path;
+  }
+  for (const char* path :
+       {"/d/a.pdf", "/h/Preferences.tmp", "/h/Preferences/x", "/p/Safari2", "/", ""}) {
+    EXPECT_FALSE(BrowserDownloads::mayMatter(path)) << path;
+  }
 }
 
 }  // namespace browser_folders_test

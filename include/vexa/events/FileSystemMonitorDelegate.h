@@ -37,6 +37,15 @@ class VEXA_EXPORT FileSystemMonitorDelegate {
   // once.
   virtual void batchBegins(size_t events) { (void)events; }
   virtual void batchEnds() {}
+
+  // Whether a call about this path can matter to the delegate. A dispatcher asks it for every
+  // event, on the thread that dispatches them, and leaves out the call when the answer is no
+  // for each path the call names (events lost are always passed on): it must be quick, safe
+  // from any thread, and a function of the path alone, never of what the delegate has heard.
+  virtual bool hearsPath(const std::string& path) const {
+    (void)path;
+    return true;
+  }
 };
 
 }  // namespace vexa

@@ -19,13 +19,14 @@ class FileSystemMonitor;
 //
 // A registrant gives a path and itself; the dispatcher keeps the event stream watching exactly
 // the registered paths and hands every event to each delegate whose path is a plain string
-// prefix of the event's path, asynchronously on the global queue: one call per (event, path,
-// delegate), in event order for each delegate. A delegate registered under two matching paths hears
-// an event twice, and a move within one watched tree reaches each of its delegates twice, once for
-// the source and once for the target: registrants must tolerate repeats. Moves into or out of the
-// Trash are reported as a move-in of the new location. Registered delegates are retained. Safe from
-// any thread; the events arrive on the main thread. Registration changes wait for one another (each
-// may restart the stream, a crawl of the new trees); events are dispatched meanwhile.
+// prefix of the event's path and that hears it (`hearsPath`), asynchronously on the global
+// queue: one call per (event, path, delegate), in event order for each delegate. A delegate
+// registered under two matching paths hears an event twice, and a move within one watched tree
+// reaches each of its delegates twice, once for the source and once for the target: registrants
+// must tolerate repeats. Moves into or out of the Trash are reported as a move-in of the new
+// location. Registered delegates are retained. Safe from any thread; the events arrive on the
+// main thread. Registration changes wait for one another (each may restart the stream, a crawl
+// of the new trees); events are dispatched meanwhile.
 class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
                                     public std::enable_shared_from_this<MonitorDispatch> {
  public:

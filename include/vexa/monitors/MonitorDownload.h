@@ -79,6 +79,8 @@ class VEXA_EXPORT MonitorDownload : public FileSystemMonitorDelegate,
   void fileMoveOut(const std::string& path) override;
   void fileMoveOrRename(const std::string& source, const std::string& target) override;
   void fileRemove(const std::string& path) override;
+  // Only paths these calls can act on: the others are left out before they are queued.
+  bool hearsPath(const std::string& path) const override;
   void fileModify(const std::string& path) override;
 
  private:

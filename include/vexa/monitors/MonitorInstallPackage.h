@@ -68,6 +68,8 @@ class VEXA_EXPORT MonitorInstallPackage
   // package's name (a finished download) is added.
   void fileMoveOrRename(const std::string& source, const std::string& target) override;
   void fileRemove(const std::string& path) override;
+  // Only paths these calls can act on: the others are left out before they are queued.
+  bool hearsPath(const std::string& path) const override;
 
  private:
   MonitorInstallPackage(MonitorDispatch& dispatch, XSocketServer& server,
