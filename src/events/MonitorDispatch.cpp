@@ -127,6 +127,11 @@ void MonitorDispatch::deliverLocked(const std::shared_ptr<FileSystemMonitorDeleg
   queue_.async([box = inbox] { drain(box); });
 }
 
+void MonitorDispatch::callEndsLocked() {
+  // Outside a batch each call has a log of its own, held now by the inboxes it reached.
+  if (batches_ == 0) log_.reset();
+}
+
 void MonitorDispatch::batchBegins(size_t events) {
   std::lock_guard lock(mutex_);
   if (batches_++ == 0) {
@@ -196,7 +201,7 @@ void MonitorDispatch::fanOut(const std::string& path, Call call) {
       deliverLocked(delegate, Pending{call, logged, nullptr});
     }
   }
-  if (batches_ == 0) log_.reset();
+  callEndsLocked();
 }
 
 void MonitorDispatch::fileCreated(const std::string& path) {
@@ -234,7 +239,7 @@ void MonitorDispatch::eventsLost(const std::string& folder) {
       if (delegate) deliverLocked(delegate, Pending{nullptr, scope, nullptr});
     }
   }
-  if (batches_ == 0) log_.reset();
+  callEndsLocked();
 }
 
 void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::string& target) {
@@ -260,7 +265,7 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
       }
     }
   }
-  if (batches_ == 0) log_.reset();
+  callEndsLocked();
 }
 
 }  // namespace vexa

@@ -95,6 +95,8 @@ class VEXA_EXPORT MonitorDispatch : public FileSystemMonitorDelegate,
   const std::string* logLocked(const std::string& path);
   // Hands the call to the delegate's inbox; mutex_ held.
   void deliverLocked(const std::shared_ptr<FileSystemMonitorDelegate>& delegate, Pending call);
+  // After an event's calls are delivered; mutex_ held.
+  void callEndsLocked();
   static void drain(const std::shared_ptr<Inbox>& inbox);
 
   // Serializes registration changes and the stream restarts they cause, so that the stream's
