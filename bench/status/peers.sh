@@ -31,12 +31,25 @@ echo "  vexa/psutil $(ratio "$cpu" "$ps_cpu")   vexa/floor $(ratio "$cpu" "$cpu_
 pid=$!
 trap 'kill $pid 2>/dev/null || true' EXIT
 sleep 1
+# Two clocks: the process's CPU ticks (threads that ended included, 1/CLK_TCK s each) and the
+# nanoseconds each living thread has run (schedstat), exact while no thread starts or ends.
+cpu_ns() { cat /proc/"$pid"/task/*/schedstat | awk '{ s += $1 } END { printf "%d", s }'; }
+threads() { ls /proc/"$pid"/task | tr '\n' ' '; }
 read -r -a start < <(cut -d' ' -f14,15 "/proc/$pid/stat")
+start_ns=$(cpu_ns)
+start_threads=$(threads)
 sleep "$idle_seconds"
 read -r -a end < <(cut -d' ' -f14,15 "/proc/$pid/stat")
+end_ns=$(cpu_ns)
+end_threads=$(threads)
 ticks=$(( (end[0] + end[1]) - (start[0] + start[1]) ))
 hz=$(getconf CLK_TCK)
+same=$([ "$start_threads" = "$end_threads" ] && echo 1 || echo 0)
 /usr/bin/python3 -c 'import sys
-t, hz, s = map(float, sys.argv[1:])
-print("idle: three samplers at 1 s for %d s: %.0f ticks, %.3f %% of a core" % (s, t, 100 * t / hz / s))' \
-  "$ticks" "$hz" "$idle_seconds"
+t, hz, s, ns, same = map(float, sys.argv[1:])
+print("idle: three samplers at 1 s for %d s: %.0f ticks, %.3f %% of a core" % (s, t, 100 * t / hz / s))
+if same:
+    print("idle: by schedstat %.4f %% of a core (%.1f ms)" % (100 * ns / 1e9 / s, ns / 1e6))
+else:
+    print("idle: threads started or ended meanwhile; schedstat figure left out")' \
+  "$ticks" "$hz" "$idle_seconds" "$((end_ns - start_ns))" "$same"
