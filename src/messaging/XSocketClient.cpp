@@ -15,19 +15,15 @@
 
 namespace vexa {
 
-namespace {
-
-// One connection: its socket, closed by the receiving thread when the thread ends.
-struct Connection {
-  int fd = -1;
-  std::atomic<bool> open{true};
-  std::mutex writing;  // held while the socket is written or closed
-  bool closed = false;
-};
-
-}  // namespace
-
 struct XSocketClient::State {
+  // One connection: its socket, closed by the receiving thread when the thread ends.
+  struct Connection {
+    int fd = -1;
+    std::atomic<bool> open{true};
+    std::mutex writing;  // held while the socket is written or closed
+    bool closed = false;
+  };
+
   State(std::string h, uint16_t p) : host(std::move(h)), port(p) {}
 
   void closeConnect() {
@@ -123,7 +119,7 @@ bool XSocketClient::connectServer() {
   state_->isConnect = fd.ok();
   state_->isRecv = fd.ok();
   if (!fd) return false;
-  auto connection = std::make_shared<Connection>();
+  auto connection = std::make_shared<State::Connection>();
   connection->fd = fd.release();  // closed by the receiving thread
   state_->connection = connection;
   std::thread([state = state_, connection] {
@@ -136,7 +132,7 @@ bool XSocketClient::connectServer() {
 }
 
 bool XSocketClient::sendData(const Message& message) {
-  std::shared_ptr<Connection> connection;
+  std::shared_ptr<State::Connection> connection;
   {
     std::lock_guard lock(state_->mutex);
     connection = state_->connection;

@@ -20,7 +20,7 @@ namespace vexa {
 namespace {
 
 // The instance whose walk runs on this thread: applicationcallback's target.
-thread_local WatchApplication* walking = nullptr;
+thread_local WatchApplication* applicationWalker = nullptr;
 
 std::string lowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
@@ -115,9 +115,9 @@ void WatchApplication::stopWatch() {
 void WatchApplication::walk(const std::string& path, int* stop) {
   std::vector<char> root(path.begin(), path.end());
   root.push_back(0);
-  WatchApplication* outer = std::exchange(walking, this);
+  WatchApplication* outer = std::exchange(applicationWalker, this);
   trv_all_app(root.data(), 1, applicationcallback, stop);
-  walking = outer;
+  applicationWalker = outer;
 }
 
 std::vector<std::string> WatchApplication::appendNew(std::vector<std::string>& list,
@@ -240,7 +240,8 @@ void WatchApplication::watchQueueDeleted(FSWatchQueue& queue, const std::string&
 
 extern "C" void applicationcallback(const char* path, int kind) {
   if (!path) return;
-  vexa::WatchApplication& watch = vexa::walking ? *vexa::walking : vexa::WatchApplication::shared();
+  vexa::WatchApplication& watch =
+      vexa::applicationWalker ? *vexa::applicationWalker : vexa::WatchApplication::shared();
   if (kind == 1) {
     watch.fillAppByPath(path);
   } else {

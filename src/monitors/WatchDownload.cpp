@@ -23,7 +23,7 @@ namespace vexa {
 namespace {
 
 // The instance whose scan runs on this thread (downloadcallback's target).
-thread_local WatchDownload* scanning = nullptr;
+thread_local WatchDownload* downloadScanner = nullptr;
 
 std::optional<struct stat> statOf(const std::string& path) {
   struct stat st {};
@@ -218,9 +218,9 @@ void WatchDownload::scan(const std::string& folder) {
     if (!watching_) return;
     stop = isStop_;
   }
-  scanning = this;
+  downloadScanner = this;
   trv_sub_download(folder.c_str(), downloadcallback, stop);
-  scanning = nullptr;
+  downloadScanner = nullptr;
   std::set<std::string> found;
   {
     std::lock_guard lock(mutex_);
@@ -432,7 +432,8 @@ extern "C" {
 
 void downloadcallback(const char* path) {
   if (!path) return;
-  (vexa::scanning ? *vexa::scanning : vexa::WatchDownload::shared()).fillDownloadPath(path);
+  (vexa::downloadScanner ? *vexa::downloadScanner : vexa::WatchDownload::shared())
+      .fillDownloadPath(path);
 }
 
 }  // extern "C"

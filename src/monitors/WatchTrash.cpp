@@ -27,7 +27,7 @@ namespace {
 
 // The instance whose walk runs on this thread (appcallback's target), and the list a walk of
 // an item moved into the Trash fills (folder_app_callback's).
-thread_local WatchTrash* scanning = nullptr;
+thread_local WatchTrash* trashScanner = nullptr;
 thread_local std::vector<std::string>* movedApps = nullptr;
 
 bool isApplicationName(const std::string& path) { return AppBundle::hasApplicationName(path); }
@@ -153,12 +153,12 @@ std::vector<std::string> WatchTrash::walk(const std::vector<std::string>& trashe
     std::lock_guard lock(lock_);
     currApps_.clear();
   }
-  scanning = this;
+  trashScanner = this;
   for (const auto& trash : trashes) {
     // A Trash replaced by a link is not followed to wherever it points.
     if (TrashFolder::folderIdentity(trash)) trv_sub_app(trash.c_str(), appcallback, stop);
   }
-  scanning = nullptr;
+  trashScanner = nullptr;
   std::lock_guard lock(lock_);
   return std::exchange(currApps_, {});
 }
@@ -356,7 +356,7 @@ extern "C" {
 
 void appcallback(const char* path, int kind) {
   if (!path || kind != 1) return;
-  (vexa::scanning ? *vexa::scanning : vexa::WatchTrash::shared()).fillAppByPath(path);
+  (vexa::trashScanner ? *vexa::trashScanner : vexa::WatchTrash::shared()).fillAppByPath(path);
 }
 
 void folder_app_callback(const char* path, int kind) {

@@ -14,10 +14,8 @@ namespace vexa {
 
 namespace {
 
-constexpr const char* kMountTable = "/proc/self/mountinfo";
-
 std::vector<MountEntry> listedVolumes(const MachineFiles& files) {
-  const auto text = files.read(kMountTable);
+  const auto text = files.read(MachineFiles::kMountTable);
   if (!text) return {};
   return DiskVolumes::listed(MountTable::parse(*text));
 }

@@ -15,7 +15,6 @@ namespace vexa {
 
 namespace {
 
-constexpr const char* kMountTable = "/proc/self/mountinfo";
 // The longest a worker waits between looks at the table: nothing signals changes while
 // startMonitor is not running.
 constexpr std::chrono::milliseconds kLongestWait(1000);
@@ -59,7 +58,8 @@ void ExternalDiskMonitor::startMonitor() {
   status_ = 1;
   // Unmounts announce nothing but a change of the mount table: watched beside the devices. A
   // change from before the watch started is not signalled, so the table is looked at once.
-  auto watch = MountWatch::start(files_->root() + kMountTable, [this] { mountTableChanged(); });
+  auto watch = MountWatch::start(files_->root() + MachineFiles::kMountTable,
+                                 [this] { mountTableChanged(); });
   checkUnmounts();
   events_->run([this](const BlockDeviceEvent& event) { handle(event); });
   watch.reset();
@@ -106,7 +106,7 @@ bool ExternalDiskMonitor::hasMountPoint(const std::string& name) const {
 
 std::optional<std::string> ExternalDiskMonitor::mountPathOf(const std::string& name,
                                                             const std::string& device) const {
-  const auto text = files_->read(kMountTable);
+  const auto text = files_->read(MachineFiles::kMountTable);
   if (!text) return std::nullopt;
   const auto table = MountTable::parse(*text);
   // By device number first: a mapped device is mounted as "/dev/mapper/luks-…", not as "dm-0".
@@ -193,7 +193,7 @@ void ExternalDiskMonitor::mountTableChanged() {
 }
 
 void ExternalDiskMonitor::checkUnmounts() {
-  const auto text = files_->read(kMountTable);
+  const auto text = files_->read(MachineFiles::kMountTable);
   if (!text) return;
   std::set<std::string> mounted;
   for (const auto& entry : MountTable::parse(*text)) mounted.insert(entry.mountPoint);

@@ -22,6 +22,12 @@ struct VolumeSpace {
 // Paths are absolute as on the machine ("/proc/meminfo").
 class MachineFiles {
  public:
+  // /proc and /sys files report a size of 0 or 4096 whatever they hold, so reads go to the end;
+  // anything past this is not a file the samplers understand.
+  static constexpr size_t kMaxFileBytes = 4 << 20;
+  // The mounts of the process's own namespace.
+  static constexpr const char* kMountTable = "/proc/self/mountinfo";
+
   virtual ~MachineFiles() = default;
 
   // The whole of a small regular file, or nothing when it is missing, unreadable or not a

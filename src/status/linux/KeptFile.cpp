@@ -14,7 +14,6 @@ namespace vexa {
 namespace {
 
 constexpr size_t kFirstBytes = 16384;
-constexpr size_t kMaxFileBytes = 4 << 20;
 
 class DescriptorFile final : public KeptFile {
  public:
@@ -41,7 +40,7 @@ class DescriptorFile final : public KeptFile {
     size_t used = 0;
     for (;;) {
       if (used == buffer.size()) {
-        if (buffer.size() >= kMaxFileBytes) return std::nullopt;
+        if (buffer.size() >= MachineFiles::kMaxFileBytes) return std::nullopt;
         buffer.resize(buffer.size() * 2);
       }
       const ssize_t got =

@@ -12,10 +12,6 @@
 namespace vexa {
 namespace {
 
-// /proc and /sys files report a size of 0 or 4096 whatever they hold, so reads go to the end;
-// anything past this is not a file the samplers understand.
-constexpr size_t kMaxFileBytes = 4 << 20;
-
 class RootedMachineFiles final : public MachineFiles {
  public:
   explicit RootedMachineFiles(std::string root) : root_(std::move(root)) {
