@@ -23,7 +23,7 @@ class StopSignals {
   }
 
   // The first stop signal quits the loop's run().
-  void quitOnSignal(RunLoop loop) const {
+  void quitOnSignal(const RunLoop& loop) const {
     std::thread([signals = signals_, loop] {
       int signal = 0;
       sigwait(&signals, &signal);
