@@ -77,6 +77,7 @@ void FileSystemMonitor::removeMonitorPath(const std::string& path) {
       paths_.erase(it);
       paths = paths_;
     }
+    if (stoppedOnRequest_) return;
   }
   if (paths.empty()) {
     stop();
@@ -92,6 +93,10 @@ void FileSystemMonitor::startMonitor(const std::vector<std::string>& paths) {
 
 void FileSystemMonitor::stopMonitor() {
   std::lock_guard restarting(restartMutex_);
+  {
+    std::lock_guard lock(mutex_);
+    stoppedOnRequest_ = true;
+  }
   stop();
 }
 
@@ -113,6 +118,10 @@ bool FileSystemMonitor::isRunning() const {
 }
 
 void FileSystemMonitor::restart(const std::vector<std::string>& paths) {
+  {
+    std::lock_guard lock(mutex_);
+    stoppedOnRequest_ = false;
+  }
   stop();
   const int64_t since = syncEventID();
   std::unique_ptr<EventStream> stream =

@@ -67,6 +67,24 @@ TEST_F(FileSystemMonitorTest, PathSetChangesRestartTheStream) {
   EXPECT_EQ(log->created.back().paths, Strings{b});
 }
 
+TEST_F(FileSystemMonitorTest, RemovalsAfterAStopOnRequestDoNotStartTheStreamAgain) {
+  const std::string a = dir.mkdir("a"), b = dir.mkdir("b"), c = dir.mkdir("c");
+  for (const auto& path : {a, b, c}) monitor.addMonitorPath(path);
+  ASSERT_EQ(log->created.size(), 3u);
+  monitor.stopMonitor();
+  monitor.removeMonitorPath(a);  // a program stopping its monitors one by one
+  monitor.removeMonitorPath(b);
+  EXPECT_EQ(log->created.size(), 3u);
+  EXPECT_FALSE(monitor.isRunning());
+  EXPECT_EQ(monitor.paths(), Strings{c});
+  // An addition starts it again, and removals restart it as before.
+  EXPECT_TRUE(monitor.addMonitorPath(a));
+  EXPECT_EQ(log->created.back().paths, (Strings{c, a}));
+  monitor.removeMonitorPath(c);
+  EXPECT_EQ(log->created.back().paths, Strings{a});
+  EXPECT_TRUE(monitor.isRunning());
+}
+
 TEST_F(FileSystemMonitorTest, StoredZeroMeansFromNowOn) {
   EXPECT_EQ(monitor.syncEventID(), -1);
   ASSERT_TRUE(monitor.addMonitorPath(dir.path()));

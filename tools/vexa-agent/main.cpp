@@ -17,6 +17,7 @@
 #include "StopSignals.h"
 #include "vexa/banners/UserNotification.h"
 #include "vexa/banners/UserNotificationCenter.h"
+#include "vexa/events/FileSystemMonitor.h"
 #include "vexa/messaging/NotificationManager.h"
 #include "vexa/messaging/PeerPolicy.h"
 #include "vexa/messaging/XSocketServer.h"
@@ -152,6 +153,9 @@ int main(int argc, char** argv) {
   loop.run();
   vexa::SystemLog::log("vexa-agent stopping");
   vexa::UserNotificationCenter::defaultUserNotificationCenter().dismissAll();
+  // The stream stops first: each monitor's removal of its paths would otherwise restart it over
+  // the paths left, a crawl of those trees.
+  vexa::FileSystemMonitor::shared().stopMonitor();
   applications.stopMonotor();
   if (trash) vexa::MonitorTrash::shared().stopMonotor();
   if (packagesOn) packages.stopMonotor();

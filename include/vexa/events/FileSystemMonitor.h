@@ -40,6 +40,9 @@ class VEXA_EXPORT FileSystemMonitor {
 
   // False, and nothing changes, when nothing exists at the path.
   bool addMonitorPath(const std::string& path);
+  // Restarts the stream over the paths left, unless stopMonitor() stopped it: then the path is
+  // only forgotten, so that a program stopping its monitors one by one does not crawl the
+  // remaining trees again after each.
   void removeMonitorPath(const std::string& path);
   void startMonitor(const std::vector<std::string>& paths);
   void stopMonitor();
@@ -72,6 +75,7 @@ class VEXA_EXPORT FileSystemMonitor {
   mutable std::mutex mutex_;
   std::vector<std::string> paths_;
   bool hasPaths_ = false;
+  bool stoppedOnRequest_ = false;  // by stopMonitor(), until a path is added or a start
   std::weak_ptr<FileSystemMonitorDelegate> delegate_;
   std::unique_ptr<EventStream> stream_;
 };
