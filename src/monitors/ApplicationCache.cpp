@@ -1,5 +1,6 @@
 #include "monitors/ApplicationCache.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "monitors/CacheArchive.h"
@@ -63,10 +64,30 @@ bool ApplicationCache::makeFolder(const std::string& folder) {
 
 void ApplicationCache::store(const std::string& folder, const std::string& file,
                              const Records& snapshot, uint64_t generation) {
-  std::lock_guard lock(mutex_);
-  if (generation <= stored_) return;
-  write(folder, file, snapshot);
-  stored_ = generation;
+  std::unique_lock lock(mutex_);
+  if (generation > pendingGeneration_ && generation > stored_) {
+    pendingGeneration_ = generation;
+    pending_ = snapshot;
+    pendingFolder_ = folder;
+    pendingFile_ = file;
+  }
+  while (stored_ < generation) {
+    if (writing_) {
+      written_.wait(lock);
+      continue;
+    }
+    writing_ = true;
+    const uint64_t writing = pendingGeneration_;
+    const Records records = std::move(pending_);
+    const std::string to = std::move(pendingFolder_), name = std::move(pendingFile_);
+    pending_.clear();
+    lock.unlock();
+    write(to, name, records);
+    lock.lock();
+    stored_ = std::max(stored_, writing);
+    writing_ = false;
+    written_.notify_all();
+  }
 }
 
 }  // namespace vexa

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -46,15 +47,23 @@ class ApplicationCache {
   // (a file, a dangling link) has its name. True when it is one.
   static bool makeFolder(const std::string& folder);
 
-  // Writes the snapshot numbered `generation` (numbers grow with each change of the table)
-  // unless one numbered later is on disk already: writers that finish out of order leave the
-  // latest table. One write at a time; safe from any thread.
+  // Returns once the snapshot numbered `generation` (numbers grow with each change of the
+  // table), or one numbered later, is on disk. One write at a time, always of the latest
+  // snapshot given: callers that come while a write is under way leave theirs and wait, and
+  // one of them writes the newest, so a burst of changes costs two writes, not one per change.
+  // Safe from any thread.
   void store(const std::string& folder, const std::string& file, const Records& snapshot,
              uint64_t generation);
 
  private:
-  std::mutex mutex_;
-  uint64_t stored_ = 0;  // guarded by mutex_
+  std::mutex mutex_;  // guards the fields below
+  std::condition_variable written_;
+  uint64_t stored_ = 0;  // on disk, or given up on (the write failed)
+  bool writing_ = false;
+  // The newest snapshot not yet written, with where it goes.
+  uint64_t pendingGeneration_ = 0;
+  Records pending_;
+  std::string pendingFolder_, pendingFile_;
 };
 
 }  // namespace vexa

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+#include <vector>
+
 #include "support/AppFixtures.h"
 #include "support/TempDir.h"
 #include "util/PropertyList.h"
@@ -81,6 +84,34 @@ TEST(ApplicationCacheTest, AnEarlierSnapshotNeverReplacesALaterOne) {
   ASSERT_TRUE(onDisk);
   EXPECT_TRUE(onDisk->empty());
   EXPECT_FALSE(ApplicationCache::read(folder));
+}
+
+TEST(ApplicationCacheTest, EachStoreReturnsWithItsSnapshotOrALaterOneOnDisk) {
+  test::TempDir dir;
+  const std::string folder = dir / "cache", file = dir / "cache/appcache.dat";
+  ApplicationCache cache;
+  // Snapshot n holds n records; the stores overlap as a burst of changes makes them.
+  constexpr size_t kStores = 24;
+  std::vector<ApplicationCache::Records> snapshots(kStores + 1);
+  for (size_t n = 1; n <= kStores; ++n) {
+    snapshots[n] = snapshots[n - 1];
+    const std::string path = "/apps/" + std::to_string(n) + ".app";
+    snapshots[n][path] = record(path);
+  }
+  std::vector<size_t> seen(kStores + 1);
+  std::vector<std::thread> threads;
+  for (size_t n = 1; n <= kStores; ++n) {
+    threads.emplace_back([&, n] {
+      cache.store(folder, file, snapshots[n], n);
+      const auto onDisk = ApplicationCache::read(file);
+      seen[n] = onDisk ? onDisk->size() : 0;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (size_t n = 1; n <= kStores; ++n) EXPECT_GE(seen[n], n) << n;
+  const auto last = ApplicationCache::read(file);
+  ASSERT_TRUE(last);
+  EXPECT_EQ(last->size(), kStores);
 }
 
 }  // namespace application_cache_test
