@@ -164,7 +164,10 @@ std::vector<std::string> WatchDownload::downloadFolders() const {
 
 std::vector<std::string> WatchDownload::partialFiles() const {
   std::lock_guard lock(mutex_);
-  return {watchDownload_.begin(), watchDownload_.end()};
+  std::vector<std::string> paths;
+  paths.reserve(watchDownload_.size());
+  for (const auto& entry : watchDownload_) paths.push_back(entry->path());
+  return paths;
 }
 
 std::vector<std::string> WatchDownload::preferencesFolders() const {
@@ -234,14 +237,13 @@ void WatchDownload::watchPartialFiles(std::set<std::string> found) {
   std::lock_guard lock(mutex_);
   if (!watching_ || !queue_) return;
   while (!found.empty()) {
-    // The scan's record of a path becomes the watch's: no second copy of it is made, and the
-    // records of paths watched already are freed as they are passed.
+    // The scan's records are freed as they are passed: the queue's entry keeps the path.
     auto record = found.extract(found.begin());
     const std::string& path = record.value();
     if (watchDownload_.count(path) > 0) continue;
     // One that cannot be watched now (the watch limit reached) is tried again at the next scan.
-    if (queue_->addPathToQueue(path, kPartialFileMask)) {
-      watchDownload_.insert(std::move(record));
+    if (auto entry = queue_->addPathToQueue(path, kPartialFileMask)) {
+      watchDownload_.insert(std::move(entry));
     } else if (PathName::entryExists(path)) {
       ++refused;  // not one that went since the scan
     }
@@ -355,7 +357,9 @@ std::pair<bool, bool> WatchDownload::forget(const std::string& path) {
   std::lock_guard lock(mutex_);
   const bool folder = PathList::contains(prevDownloadFolder_, path);
   PathList::remove(prevDownloadFolder_, path);
-  const bool partial = watchDownload_.erase(path) > 0;
+  const auto watched = watchDownload_.find(path);
+  const bool partial = watched != watchDownload_.end();
+  if (partial) watchDownload_.erase(watched);
   return {folder, partial};
 }
 
@@ -404,14 +408,16 @@ void WatchDownload::watchQueueDeleted(FSWatchQueue& queue, const std::string& pa
 
 void WatchDownload::watchQueueRename(FSWatchQueue& queue, const std::string& newPath,
                                      const std::string& oldPath) {
-  (void)queue;
   const auto [folder, partial] = forget(oldPath);
   if (!folder && !partial) return;
   if (partial && BrowserDownloads::isDownloads(newPath)) {
     // Renamed to another partial name ("Unconfirmed 1.crdownload" to "f.pdf.crdownload" once
-    // the target is chosen): still downloading, and the queue's watch follows it.
+    // the target is chosen): still downloading. The queue's watch follows it once this returns;
+    // its entry for the new path is made here, to be kept.
     std::lock_guard lock(mutex_);
-    watchDownload_.insert(newPath);
+    if (auto entry = queue.addPathToQueue(newPath, kPartialFileMask)) {
+      watchDownload_.insert(std::move(entry));
+    }
     return;
   }
   unwatchLater(newPath);

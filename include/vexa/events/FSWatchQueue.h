@@ -73,19 +73,7 @@ class VEXA_EXPORT FSWatchQueue : public std::enable_shared_from_this<FSWatchQueu
   const std::string trashPath_;
   mutable std::mutex mutex_;  // guards the fields below
   // Ordered by path, looked up by a path: the entry holds the one copy of it.
-  struct ByPath {
-    using is_transparent = void;
-    static std::string_view pathOf(std::string_view path) { return path; }
-    static std::string_view pathOf(const std::shared_ptr<WatchQueuePathEntry>& entry) {
-      return entry->path();
-    }
-    template <typename A, typename B>
-    bool operator()(const A& a, const B& b) const {
-      return pathOf(a) < pathOf(b);
-    }
-  };
-
-  std::set<std::shared_ptr<WatchQueuePathEntry>, ByPath> watchedPathEntries_;
+  std::set<std::shared_ptr<WatchQueuePathEntry>, WatchQueuePathEntry::ByPath> watchedPathEntries_;
   std::shared_ptr<FSWatchQueueDelegate> delegate_;
   bool alwaysPostNotifications_ = false;
 };

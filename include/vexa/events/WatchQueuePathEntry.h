@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 
 #include "vexa/Export.h"
 
@@ -25,6 +27,19 @@ class VEXA_EXPORT WatchQueuePathEntry {
         inode_(inode) {}
   WatchQueuePathEntry(const WatchQueuePathEntry&) = delete;
   WatchQueuePathEntry& operator=(const WatchQueuePathEntry&) = delete;
+
+  // Orders entries by path, and finds one by a path: a set of entries holds no copy of them.
+  struct ByPath {
+    using is_transparent = void;
+    static std::string_view pathOf(std::string_view path) { return path; }
+    static std::string_view pathOf(const std::shared_ptr<WatchQueuePathEntry>& entry) {
+      return entry->path();
+    }
+    template <typename A, typename B>
+    bool operator()(const A& a, const B& b) const {
+      return pathOf(a) < pathOf(b);
+    }
+  };
 
   const std::string& path() const { return path_; }
   // -1 once the queue dropped the entry.
