@@ -28,7 +28,14 @@ class PostedDevices : public BlockDeviceEvents {
       lock.unlock();
       handle(event);
       lock.lock();
+      ++handled_;
+      changed_.notify_all();
     }
+  }
+  // Waits until the monitor has handled `count` events in all.
+  bool waitHandled(size_t count) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return handled_ >= count; });
   }
   void stop() override {
     std::lock_guard lock(mutex_);
@@ -45,6 +52,7 @@ class PostedDevices : public BlockDeviceEvents {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<BlockDeviceEvent> posted_;
+  size_t handled_ = 0;
   bool stopped_ = false;
 };
 
@@ -163,6 +171,7 @@ TEST_F(ExternalDiskMonitorTest, GoneBeforeItsMountSaysNothing) {
   devices_->post(appeared("sde2", "8:66", true, false));
   // A type never listed does not count as the mount either.
   change(std::string(kRoot) + "98 26 8:49 / /mnt/net rw - nfs /dev/sdd1 rw\n");
+  ASSERT_TRUE(devices_->waitHandled(4));
   const auto deadline = std::chrono::steady_clock::now() + 5s;
   while (monitor_->hasMountPoint("sdd1") && std::chrono::steady_clock::now() < deadline) {
     heard_->waitFor(1, 20ms);
