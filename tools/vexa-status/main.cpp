@@ -135,22 +135,16 @@ class Printer : public vexa::MemoryDelegate,
 
   void updateMemoryStatus(const nlohmann::json& memory, const nlohmann::json& vm,
                           const std::optional<nlohmann::json>& swap) override {
-    // The memory dictionary's members, then "vm" and "swap", written without copying them.
+    // The memory dictionary's members (an object of its own keys), then "vm" and "swap",
+    // written without copying the three into one document.
     std::string text = dump(memory);
-    if (!memory.is_object() || memory.contains("vm") || memory.contains("swap")) {
-      nlohmann::json data = memory.is_object() ? memory : nlohmann::json::object();
-      data["vm"] = vm;
-      data["swap"] = swap ? *swap : nlohmann::json();
-      text = dump(data);
-    } else {
-      text.pop_back();  // the closing brace
-      if (!memory.empty()) text += ',';
-      text += "\"vm\":";
-      text += dump(vm);
-      text += ",\"swap\":";
-      text += swap ? dump(*swap) : "null";
-      text += '}';
-    }
+    text.pop_back();  // the closing brace
+    if (!memory.empty()) text += ',';
+    text += "\"vm\":";
+    text += dump(vm);
+    text += ",\"swap\":";
+    text += swap ? dump(*swap) : "null";
+    text += '}';
     printText("memory", "updateMemoryStatus", text);
   }
   void clearMemoryCompleted() override { print("memory", "clearMemoryCompleted", {}); }
