@@ -63,8 +63,13 @@ class CompletionRecorder : public MemoryDelegate {
 uint64_t runningChildHighWaterKiB() {
   const std::string parent = "PPid:\t" + std::to_string(getpid()) + "\n";
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    std::ifstream file(entry.path() / "status");
-    const std::string status((std::istreambuf_iterator<char>(file)), {});
+    std::string status;
+    try {
+      std::ifstream file(entry.path() / "status");
+      status.assign(std::istreambuf_iterator<char>(file), {});
+    } catch (const std::ios_base::failure&) {
+      continue;  // a process that ended while listed: reading its file fails with ESRCH
+    }
     if (status.find("Name:\tvexa-memclean\n") == std::string::npos ||
         status.find(parent) == std::string::npos) {
       continue;
