@@ -5,7 +5,8 @@ a home folder of its own:
            tells of it, p50 for each; then 10 ".zip" downloads, whose check waits 2 s;
   churn    10,000 creates and deletes inside a watched Chrome profile folder whose Preferences
            does not change: CPU seconds of each, and how often Preferences was opened;
-  memory   1,000 partial files watched: resident memory growth of each over watching 10.
+  memory   1,000 partial files watched: resident memory growth of each over watching 10
+           (medians of five rounds).
 Usage: watch-download-bench.py VEXA_WATCH   (needs inotifywait from inotify-tools)."""
 import os, statistics, sys, tempfile, time
 
@@ -99,6 +100,8 @@ def memory(root):
     warm = 10
 
     def ours_rss(count):
+        for name in os.listdir(downloads):
+            os.unlink(f"{downloads}/{name}")
         for i in range(count):
             open(f"{downloads}/{i}.crdownload", "w").close()
         watching = Reader([VEXA_WATCH, "downloads"], env, ready='"started"')
@@ -118,11 +121,15 @@ def memory(root):
         watching.stop()
         return rss
 
-    grow_o = -ours_rss(warm) + ours_rss(warm + 1000)
-    grow_t = -theirs_rss(warm) + theirs_rss(warm + 1000)
+    # One start's growth moves by tens of pages with where the heap happens to lie: the
+    # median of five rounds, the two programs taking turns.
+    rounds = [(-ours_rss(warm) + ours_rss(warm + 1000), -theirs_rss(warm) + theirs_rss(warm + 1000))
+              for _ in range(5)]
+    grow_o = statistics.median(o for o, _ in rounds)
+    grow_t = statistics.median(t for _, t in rounds)
     ratio = grow_o / grow_t if grow_t > 0 else float("inf")
     print(f"memory: 1,000 partial files over {warm}; RSS growth ours {grow_o} KiB, "
-          f"inotifywait {grow_t} KiB, ratio {ratio:.2f}")
+          f"inotifywait {grow_t} KiB (medians of 5), ratio {ratio:.2f}")
 
 
 for step in (latency, churn, memory):
