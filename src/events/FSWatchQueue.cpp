@@ -58,7 +58,11 @@ std::shared_ptr<FSWatchQueue> FSWatchQueue::create(std::unique_ptr<WatchQueueEng
 FSWatchQueue::FSWatchQueue(std::unique_ptr<WatchQueueEngine> engine, std::string trashPath)
     : engine_(std::move(engine)), trashPath_(std::move(trashPath)) {}
 
-FSWatchQueue::~FSWatchQueue() = default;
+FSWatchQueue::~FSWatchQueue() {
+  // The engine's watches refer to the entries' paths, and its thread runs until the engine goes:
+  // the watches go first.
+  engine_->removeAll();
+}
 
 void FSWatchQueue::addPath(const std::string& path) {
   addLogged(path, watchqueue::kAll, "VDKQueuePathEntry");
@@ -71,7 +75,7 @@ void FSWatchQueue::addPath(const std::string& path, uint32_t flags) {
 void FSWatchQueue::addLogged(const std::string& path, uint32_t flags, const char* entryName) {
   if (path.empty()) return;
   std::lock_guard lock(mutex_);
-  if (watchedPathEntries_.count(path) > 0) return;
+  if (watchedPathEntries_.contains(path)) return;
   if (!addLocked(path, flags)) {
     SystemLog::log(
         "WatchQueue tried to add the path %s to watchedPathEntries, but the %s was nil. \nIt's "
@@ -88,36 +92,35 @@ std::shared_ptr<WatchQueuePathEntry> FSWatchQueue::addPathToQueue(const std::str
 
 std::shared_ptr<WatchQueuePathEntry> FSWatchQueue::addLocked(const std::string& path,
                                                              uint32_t flags) {
-  auto found = watchedPathEntries_.find(path);
-  if (found != watchedPathEntries_.end() && ((*found)->subscriptionFlags() & flags) == flags) {
-    return *found;
+  if (auto found = watchedPathEntries_.find(path)) {
+    if ((found->subscriptionFlags() & flags) == flags) return found;
+    if (engine_->add(found->path(), flags).error != 0) return nullptr;
+    found->setSubscriptionFlags(found->subscriptionFlags() | flags);
+    return found;
   }
-  const auto added = engine_->add(path, flags);
+  // The engine keeps a reference to the entry's path: the entry outlives the watch (removal
+  // gives the watch back before the entry goes).
+  auto entry = std::make_shared<WatchQueuePathEntry>(path, -1, flags, 0, 0);
+  const auto added = engine_->add(entry->path(), flags);
   if (added.error != 0) return nullptr;
-  if (found != watchedPathEntries_.end()) {
-    (*found)->setSubscriptionFlags((*found)->subscriptionFlags() | flags);
-    return *found;
-  }
-  return *watchedPathEntries_
-              .insert(std::make_shared<WatchQueuePathEntry>(path, added.wd, flags, added.device,
-                                                            added.inode))
-              .first;
+  entry->setItem(added.wd, added.device, added.inode);
+  return watchedPathEntries_.insert(std::move(entry));
 }
 
 void FSWatchQueue::removePath(const std::string& path) {
   std::lock_guard lock(mutex_);
-  auto found = watchedPathEntries_.find(path);
-  if (found == watchedPathEntries_.end()) return;
-  (*found)->setWatchedFD(-1);
-  watchedPathEntries_.erase(found);
-  engine_->remove(path);
+  // The entry stays alive until its watch, which refers to its path, is given back.
+  const auto gone = watchedPathEntries_.erase(path);
+  if (!gone) return;
+  gone->setWatchedFD(-1);
+  engine_->remove(gone->path());
 }
 
 void FSWatchQueue::removeAllPaths() {
   std::lock_guard lock(mutex_);
   for (const auto& entry : watchedPathEntries_) entry->setWatchedFD(-1);
-  watchedPathEntries_.clear();
   engine_->removeAll();
+  watchedPathEntries_.clear();
 }
 
 size_t FSWatchQueue::numberOfWatchedPaths() const {
@@ -189,9 +192,8 @@ bool FSWatchQueue::followRename(const std::string& path,
   std::shared_ptr<WatchQueuePathEntry> entry;
   {
     std::lock_guard lock(mutex_);
-    auto found = watchedPathEntries_.find(path);
-    if (found == watchedPathEntries_.end()) return false;
-    entry = *found;
+    entry = watchedPathEntries_.find(path);
+    if (!entry) return false;
   }
   const uint64_t device = entry->device();
   const uint64_t inode = entry->inode();

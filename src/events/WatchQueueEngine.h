@@ -30,8 +30,11 @@ class WatchQueueEngine {
   // Set before the first add.
   virtual void setReady(Ready ready) = 0;
   // Watches `path` for the event bits `flags`; a path watched already has its flags widened to
-  // the union.
+  // the union. The engine keeps a reference to the caller's string, not a copy (a watch costs
+  // one path in memory, the owner's): it must stay alive and unchanged until the path is
+  // removed. A temporary cannot be passed.
   virtual Added add(const std::string& path, uint32_t flags) = 0;
+  Added add(std::string&& path, uint32_t flags) = delete;
   virtual void remove(const std::string& path) = 0;
   virtual void removeAll() = 0;
   // The bits gathered for `path` since the last take, cleared.

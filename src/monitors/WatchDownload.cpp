@@ -240,7 +240,7 @@ void WatchDownload::watchPartialFiles(std::set<std::string> found) {
     // The scan's records are freed as they are passed: the queue's entry keeps the path.
     auto record = found.extract(found.begin());
     const std::string& path = record.value();
-    if (watchDownload_.count(path) > 0) continue;
+    if (watchDownload_.contains(path)) continue;
     // One that cannot be watched now (the watch limit reached) is tried again at the next scan.
     if (auto entry = queue_->addPathToQueue(path, kPartialFileMask)) {
       watchDownload_.insert(std::move(entry));
@@ -346,7 +346,7 @@ void WatchDownload::preferencesChanged(const std::string& folder) {
 }
 
 void WatchDownload::unwatchLocked(const std::string& path) {
-  if (!queue_ || PathList::contains(prevDownloadFolder_, path) || watchDownload_.count(path) > 0 ||
+  if (!queue_ || PathList::contains(prevDownloadFolder_, path) || watchDownload_.contains(path) ||
       contains(preferencesFolders_, path) || path == safariFolder_) {
     return;
   }
@@ -357,9 +357,7 @@ std::pair<bool, bool> WatchDownload::forget(const std::string& path) {
   std::lock_guard lock(mutex_);
   const bool folder = PathList::contains(prevDownloadFolder_, path);
   PathList::remove(prevDownloadFolder_, path);
-  const auto watched = watchDownload_.find(path);
-  const bool partial = watched != watchDownload_.end();
-  if (partial) watchDownload_.erase(watched);
+  const bool partial = watchDownload_.erase(path) != nullptr;
   return {folder, partial};
 }
 

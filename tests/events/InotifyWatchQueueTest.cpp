@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 
+#include <deque>
+
 #include "events/FakeWatchQueueKernel.h"
 #include "vexa/events/WatchQueueNotifications.h"
 #include "vexa/util/SystemLog.h"
@@ -25,8 +27,14 @@ class InotifyWatchQueueTest : public ::testing::Test {
     engine->translate({InotifyRecord{kernel->wdOf(path), mask, 0, name}});
   }
   std::vector<std::string> takeReady() { return std::exchange(ready, {}); }
+  // The engine keeps a reference to each path added: the fixture holds the strings, as the
+  // queue's entries do.
+  WatchQueueEngine::Added watch(const std::string& path, uint32_t flags) {
+    return engine->add(paths.emplace_back(path), flags);
+  }
 
   test::FakeWatchQueueKernel* kernel;
+  std::deque<std::string> paths;
   std::unique_ptr<InotifyWatchQueue> engine;
   std::vector<std::string> ready;
 };
@@ -52,7 +60,7 @@ class WatchQueueBitTable : public InotifyWatchQueueTest,
 TEST_P(WatchQueueBitTable, RecordBecomesTheSubscribedBits) {
   const BitCase& c = GetParam();
   kernel->put("/w/item", 10, c.folder, 100, 2);
-  ASSERT_EQ(engine->add("/w/item", c.flags).error, 0);
+  ASSERT_EQ(watch("/w/item", c.flags).error, 0);
   const int wd = kernel->wdOf("/w/item");
   switch (c.change) {
     case Change::None:
@@ -115,7 +123,7 @@ TEST(InotifyWatchQueueMask, KernelMaskFollowsTheSubscribedBits) {
 
 TEST_F(InotifyWatchQueueTest, AttributeChangeOfAMovedItemIsNotADeletion) {
   kernel->put("/w/a", 1);
-  engine->add("/w/a", kAll);
+  watch("/w/a", kAll);
   const int wd = kernel->wdOf("/w/a");
   kernel->move("/w/a", "/w/b");
   engine->translate({{wd, IN_MOVE_SELF, 0, ""}, {wd, IN_ATTRIB, 0, ""}});
@@ -126,7 +134,7 @@ TEST_F(InotifyWatchQueueTest, AttributeChangeOfAMovedItemIsNotADeletion) {
 
 TEST_F(InotifyWatchQueueTest, BitsWaitingAreJoinedAndAnnouncedOnce) {
   kernel->put("/w/f", 1);
-  engine->add("/w/f", kAll);
+  watch("/w/f", kAll);
   record("/w/f", IN_MODIFY);
   record("/w/f", IN_ATTRIB);
   record("/w/f", IN_MODIFY);
@@ -142,7 +150,7 @@ TEST_F(InotifyWatchQueueTest, OverflowLooksAtEveryPathAgain) {
   kernel->put("/w/same", 2, false, 10);
   kernel->put("/w/gone", 3, false, 10);
   kernel->put("/w/grown", 4, false, 10);
-  for (const char* path : {"/w/d", "/w/same", "/w/gone", "/w/grown"}) engine->add(path, kAll);
+  for (const char* path : {"/w/d", "/w/same", "/w/gone", "/w/grown"}) watch(path, kAll);
   kernel->erase("/w/gone");
   kernel->put("/w/grown", 4, false, 20);
   engine->translate({{-1, IN_Q_OVERFLOW, 0, ""}});
@@ -155,8 +163,8 @@ TEST_F(InotifyWatchQueueTest, OverflowLooksAtEveryPathAgain) {
 TEST_F(InotifyWatchQueueTest, PathsOfOneItemShareItsWatchUntilTheLastGoes) {
   kernel->put("/w/a", 7);
   kernel->put("/w/hardlink", 7, false, 0, 2);
-  const int first = engine->add("/w/a", kWrite).wd;
-  ASSERT_EQ(engine->add("/w/hardlink", kAttributeChange).wd, first);
+  const int first = watch("/w/a", kWrite).wd;
+  ASSERT_EQ(watch("/w/hardlink", kAttributeChange).wd, first);
   const int wd = kernel->wdOf("/w/a");
   EXPECT_EQ(kernel->masks[wd], uint32_t{IN_MODIFY | IN_ATTRIB | IN_MOVE_SELF});  // the union
   EXPECT_EQ(engine->watchCount(), 1u);
@@ -167,7 +175,7 @@ TEST_F(InotifyWatchQueueTest, PathsOfOneItemShareItsWatchUntilTheLastGoes) {
 
   // A path that is neither the first nor the last of its watch goes: the others still hear.
   kernel->put("/w/third", 7, false, 0, 2);
-  ASSERT_EQ(engine->add("/w/third", kWrite).wd, first);
+  ASSERT_EQ(watch("/w/third", kWrite).wd, first);
   engine->remove("/w/hardlink");
   engine->translate({{wd, IN_MODIFY, 0, ""}});
   EXPECT_EQ(engine->take("/w/a"), kWrite);
@@ -186,10 +194,10 @@ TEST_F(InotifyWatchQueueTest, PathsOfOneItemShareItsWatchUntilTheLastGoes) {
 
 TEST_F(InotifyWatchQueueTest, RecordsOfAWatchGivenBackAreStaleUntilItsConfirmation) {
   kernel->put("/w/a", 1);
-  engine->add("/w/a", kAll);
+  watch("/w/a", kAll);
   const int wd = kernel->wdOf("/w/a");
   engine->remove("/w/a");
-  engine->add("/w/a", kAll);  // the fake hands out a new wd, as the kernel does
+  watch("/w/a", kAll);  // the fake hands out a new wd, as the kernel does
   engine->translate({{wd, IN_MODIFY, 0, ""}, {wd, IN_IGNORED, 0, ""}});
   EXPECT_TRUE(takeReady().empty());
   EXPECT_EQ(engine->watchCount(), 1u);
@@ -198,8 +206,8 @@ TEST_F(InotifyWatchQueueTest, RecordsOfAWatchGivenBackAreStaleUntilItsConfirmati
 TEST_F(InotifyWatchQueueTest, AWatchTheKernelDroppedIsNotGivenBack) {
   kernel->put("/w/a", 1);
   kernel->put("/w/hardlink", 1, false, 0, 2);
-  engine->add("/w/a", kAll);
-  engine->add("/w/hardlink", kAll);
+  watch("/w/a", kAll);
+  watch("/w/hardlink", kAll);
   const int wd = kernel->wdOf("/w/a");
   engine->translate({{wd, IN_DELETE_SELF, 0, ""}, {wd, IN_IGNORED, 0, ""}});
   EXPECT_EQ(engine->take("/w/a"), kDelete);
@@ -212,10 +220,10 @@ TEST_F(InotifyWatchQueueTest, AWatchTheKernelDroppedIsNotGivenBack) {
 
 TEST_F(InotifyWatchQueueTest, SubscriptionOnlyWidensAndOnlyWhenItMust) {
   kernel->put("/w/f", 1);
-  engine->add("/w/f", kRename | kDelete);
-  engine->add("/w/f", kDelete);
+  watch("/w/f", kRename | kDelete);
+  watch("/w/f", kDelete);
   EXPECT_EQ(kernel->log.size(), 1u);
-  engine->add("/w/f", kWrite);
+  watch("/w/f", kWrite);
   ASSERT_EQ(kernel->log.size(), 2u);
   EXPECT_EQ(kernel->masks[kernel->wdOf("/w/f")],
             uint32_t{IN_MOVE_SELF | IN_DELETE_SELF | IN_ATTRIB | IN_MODIFY});
@@ -226,11 +234,11 @@ TEST_F(InotifyWatchQueueTest, SubscriptionOnlyWidensAndOnlyWhenItMust) {
 TEST_F(InotifyWatchQueueTest, AddFailsWithoutWatchingAndTheWatchLimitIsNamed) {
   std::vector<std::string> logged;
   SystemLog::setSink([&](const std::string& m) { logged.push_back(m); });
-  EXPECT_EQ(engine->add("/w/missing", kAll).error, ENOENT);
+  EXPECT_EQ(watch("/w/missing", kAll).error, ENOENT);
   EXPECT_TRUE(kernel->log.empty());
   kernel->put("/w/f", 1);
   kernel->failWith = ENOSPC;
-  EXPECT_EQ(engine->add("/w/f", kAll).error, ENOSPC);
+  EXPECT_EQ(watch("/w/f", kAll).error, ENOSPC);
   SystemLog::setSink(nullptr);
   ASSERT_EQ(logged.size(), 1u);
   EXPECT_NE(logged[0].find("fs.inotify.max_user_watches"), std::string::npos);

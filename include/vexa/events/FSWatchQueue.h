@@ -4,13 +4,13 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 
 #include "vexa/Export.h"
 #include "vexa/events/FSWatchQueueDelegate.h"
 #include "vexa/events/WatchQueueNotifications.h"
+#include "vexa/events/WatchQueuePathEntries.h"
 #include "vexa/events/WatchQueuePathEntry.h"
 
 namespace vexa {
@@ -73,7 +73,7 @@ class VEXA_EXPORT FSWatchQueue : public std::enable_shared_from_this<FSWatchQueu
   const std::string trashPath_;
   mutable std::mutex mutex_;  // guards the fields below
   // Ordered by path, looked up by a path: the entry holds the one copy of it.
-  std::set<std::shared_ptr<WatchQueuePathEntry>, WatchQueuePathEntry::ByPath> watchedPathEntries_;
+  WatchQueuePathEntries watchedPathEntries_;
   std::shared_ptr<FSWatchQueueDelegate> delegate_;
   bool alwaysPostNotifications_ = false;
 };

@@ -12,7 +12,7 @@
 
 #include "vexa/Export.h"
 #include "vexa/events/FSWatchQueueDelegate.h"
-#include "vexa/events/WatchQueuePathEntry.h"
+#include "vexa/events/WatchQueuePathEntries.h"
 #include "vexa/monitors/WatchDownloadDelegate.h"
 
 namespace vexa {
@@ -131,7 +131,7 @@ class VEXA_EXPORT WatchDownload : public FSWatchQueueDelegate,
   mutable std::mutex mutex_;  // guards the fields below
   std::vector<std::string> prevDownloadFolder_;
   // The partial files watched: the queue's own entries, so their paths are not copied again.
-  std::set<std::shared_ptr<WatchQueuePathEntry>, WatchQueuePathEntry::ByPath> watchDownload_;
+  WatchQueuePathEntries watchDownload_;
   std::set<std::string> currDownload_;
   bool limitLogged_ = false;  // the watch limit was reached at the last scan
   std::vector<std::string> preferencesFolders_;

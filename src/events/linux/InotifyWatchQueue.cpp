@@ -80,7 +80,7 @@ WatchQueueEngine::Added InotifyWatchQueue::add(const std::string& path, uint32_t
     }
     return Added{-1, 0, 0, -wd};
   }
-  Node& added = *entries_.try_emplace(path).first;
+  Node& added = *entries_.try_emplace(&path).first;
   Entry& entry = added.second;
   entry.device = item->device;
   entry.inode = item->inode;
@@ -122,7 +122,7 @@ void InotifyWatchQueue::removeAll() {
   while (!entries_.empty()) removeLocked(entries_.begin());
 }
 
-void InotifyWatchQueue::removeLocked(std::map<std::string, Entry>::iterator entry) {
+void InotifyWatchQueue::removeLocked(Entries::iterator entry) {
   const int wd = entry->second.wd;
   auto watch = wd >= 0 ? watches_.find(wd) : watches_.end();
   if (watch != watches_.end()) {
@@ -188,7 +188,7 @@ void InotifyWatchQueue::translateLocked(const InotifyRecord& record,
     // Whatever was lost, every path is looked at again: a folder may have new entries, a file
     // may be gone or changed.
     for (auto& [path, entry] : entries_) {
-      raise(path, entry, entry.folder ? uint32_t{kWrite} : recheck(path, entry), ready);
+      raise(*path, entry, entry.folder ? uint32_t{kWrite} : recheck(*path, entry), ready);
     }
     return;
   }
@@ -209,7 +209,7 @@ void InotifyWatchQueue::translateLocked(const InotifyRecord& record,
   auto watch = watches_.find(record.wd);
   if (watch == watches_.end()) return;
   for (Node* path = watch->second; path; path = path->second.nextOfWatch) {
-    raise(path->first, path->second, bitsFor(record, path->first, path->second), ready);
+    raise(*path->first, path->second, bitsFor(record, *path->first, path->second), ready);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -35,6 +36,7 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   ~InotifyWatchQueue() override;
 
   void setReady(Ready ready) override;
+  using WatchQueueEngine::add;
   Added add(const std::string& path, uint32_t flags) override;
   void remove(const std::string& path) override;
   void removeAll() override;
@@ -56,7 +58,18 @@ class InotifyWatchQueue final : public WatchQueueEngine {
 
  private:
   struct Entry;
-  using Node = std::pair<const std::string, Entry>;
+  // Paths are the owner's strings (see add), ordered by their text and found by any string.
+  struct ByText {
+    using is_transparent = void;
+    static std::string_view text(const std::string* path) { return *path; }
+    static std::string_view text(const std::string& path) { return path; }
+    template <typename A, typename B>
+    bool operator()(const A& a, const B& b) const {
+      return text(a) < text(b);
+    }
+  };
+  using Entries = std::map<const std::string*, Entry, ByText>;
+  using Node = Entries::value_type;
   // One watched path. The item's identity and last seen size and link count are what `path no
   // longer names the item` and the size and link-count bits are judged by.
   struct Entry {
@@ -77,7 +90,7 @@ class InotifyWatchQueue final : public WatchQueueEngine {
   uint32_t bitsFor(const InotifyRecord& record, const std::string& path, Entry& entry);
   uint32_t recheck(const std::string& path, Entry& entry);
   void raise(const std::string& path, Entry& entry, uint32_t bits, std::vector<std::string>& ready);
-  void removeLocked(std::map<std::string, Entry>::iterator entry);
+  void removeLocked(Entries::iterator entry);
   static bool sameItem(const std::optional<WatchedItemStatus>& now, const Entry& entry);
   void startThreadLocked();
 
@@ -91,7 +104,7 @@ class InotifyWatchQueue final : public WatchQueueEngine {
 
   mutable std::mutex mutex_;  // guards the fields below
   Ready ready_;
-  std::map<std::string, Entry> entries_;
+  Entries entries_;
   // Each live watch: the first of its paths, which lead to the others. A watch given back
   // leaves at once; its records read before the confirmation are dropped.
   std::unordered_map<int, Node*> watches_;
