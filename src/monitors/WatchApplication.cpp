@@ -8,6 +8,7 @@
 #include "monitors/AppWalkHook.h"
 #include "monitors/ApplicationFilters.h"
 #include "monitors/PathList.h"
+#include "monitors/ScanTarget.h"
 #include "monitors/WeakQueueDelegate.h"
 #include "util/PathName.h"
 #include "vexa/events/FSWatchQueue.h"
@@ -18,9 +19,6 @@
 namespace vexa {
 
 namespace {
-
-// The instance whose walk runs on this thread: applicationcallback's target.
-thread_local WatchApplication* applicationWalker = nullptr;
 
 std::string lowerCase(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
@@ -115,9 +113,8 @@ void WatchApplication::stopWatch() {
 void WatchApplication::walk(const std::string& path, int* stop) {
   std::vector<char> root(path.begin(), path.end());
   root.push_back(0);
-  WatchApplication* outer = std::exchange(applicationWalker, this);
+  const ScanTarget<WatchApplication> target(*this);
   trv_all_app(root.data(), 1, applicationcallback, stop);
-  applicationWalker = outer;
 }
 
 std::vector<std::string> WatchApplication::appendNew(std::vector<std::string>& list,
@@ -240,8 +237,7 @@ void WatchApplication::watchQueueDeleted(FSWatchQueue& queue, const std::string&
 
 extern "C" void applicationcallback(const char* path, int kind) {
   if (!path) return;
-  vexa::WatchApplication& watch =
-      vexa::applicationWalker ? *vexa::applicationWalker : vexa::WatchApplication::shared();
+  vexa::WatchApplication& watch = vexa::ScanTarget<vexa::WatchApplication>::get();
   if (kind == 1) {
     watch.fillAppByPath(path);
   } else {

@@ -9,6 +9,7 @@
 #include "monitors/BrowserDownloads.h"
 #include "monitors/BrowserFolders.h"
 #include "monitors/PathList.h"
+#include "monitors/ScanTarget.h"
 #include "monitors/WeakQueueDelegate.h"
 #include "util/PathName.h"
 #include "vexa/events/FSWatchQueue.h"
@@ -21,9 +22,6 @@
 namespace vexa {
 
 namespace {
-
-// The instance whose scan runs on this thread (downloadcallback's target).
-thread_local WatchDownload* downloadScanner = nullptr;
 
 std::optional<struct stat> statOf(const std::string& path) {
   struct stat st {};
@@ -221,9 +219,10 @@ void WatchDownload::scan(const std::string& folder) {
     if (!watching_) return;
     stop = isStop_;
   }
-  downloadScanner = this;
-  trv_sub_download(folder.c_str(), downloadcallback, stop);
-  downloadScanner = nullptr;
+  {
+    const ScanTarget<WatchDownload> target(*this);
+    trv_sub_download(folder.c_str(), downloadcallback, stop);
+  }
   std::set<std::string> found;
   {
     std::lock_guard lock(mutex_);
@@ -436,8 +435,7 @@ extern "C" {
 
 void downloadcallback(const char* path) {
   if (!path) return;
-  (vexa::downloadScanner ? *vexa::downloadScanner : vexa::WatchDownload::shared())
-      .fillDownloadPath(path);
+  vexa::ScanTarget<vexa::WatchDownload>::get().fillDownloadPath(path);
 }
 
 }  // extern "C"

@@ -10,6 +10,7 @@
 #include "monitors/AppWalkHook.h"
 #include "monitors/CoalescingTask.h"
 #include "monitors/PathList.h"
+#include "monitors/ScanTarget.h"
 #include "monitors/TrashFolder.h"
 #include "monitors/VolumeTrashes.h"
 #include "monitors/WeakQueueDelegate.h"
@@ -25,9 +26,7 @@ namespace vexa {
 
 namespace {
 
-// The instance whose walk runs on this thread (appcallback's target), and the list a walk of
-// an item moved into the Trash fills (folder_app_callback's).
-thread_local WatchTrash* trashScanner = nullptr;
+// The list a walk of an item moved into the Trash fills (folder_app_callback's).
 thread_local std::vector<std::string>* movedApps = nullptr;
 
 bool isApplicationName(const std::string& path) { return AppBundle::hasApplicationName(path); }
@@ -153,12 +152,13 @@ std::vector<std::string> WatchTrash::walk(const std::vector<std::string>& trashe
     std::lock_guard lock(lock_);
     currApps_.clear();
   }
-  trashScanner = this;
-  for (const auto& trash : trashes) {
-    // A Trash replaced by a link is not followed to wherever it points.
-    if (TrashFolder::folderIdentity(trash)) trv_sub_app(trash.c_str(), appcallback, stop);
+  {
+    const ScanTarget<WatchTrash> target(*this);
+    for (const auto& trash : trashes) {
+      // A Trash replaced by a link is not followed to wherever it points.
+      if (TrashFolder::folderIdentity(trash)) trv_sub_app(trash.c_str(), appcallback, stop);
+    }
   }
-  trashScanner = nullptr;
   std::lock_guard lock(lock_);
   return std::exchange(currApps_, {});
 }
@@ -356,7 +356,7 @@ extern "C" {
 
 void appcallback(const char* path, int kind) {
   if (!path || kind != 1) return;
-  (vexa::trashScanner ? *vexa::trashScanner : vexa::WatchTrash::shared()).fillAppByPath(path);
+  vexa::ScanTarget<vexa::WatchTrash>::get().fillAppByPath(path);
 }
 
 void folder_app_callback(const char* path, int kind) {
