@@ -253,14 +253,15 @@ void MonitorDispatch::fileMoveOrRename(const std::string& source, const std::str
   for (const auto& [key, delegates] : monitorDict_) {
     // Once for the source and once more for the target: a move within one tree is reported
     // twice to each of its delegates.
-    for (const std::string* side : {&source, &target}) {
-      if (!matches(*side, key)) continue;
-      for (const auto& delegate : delegates) {
-        if (!delegate || (!delegate->hearsPath(source) && !delegate->hearsPath(target))) continue;
-        if (!loggedSource) {
-          loggedSource = logLocked(source);
-          loggedTarget = logLocked(target);
-        }
+    const int times = int{matches(source, key)} + int{matches(target, key)};
+    if (times == 0) continue;
+    for (const auto& delegate : delegates) {
+      if (!delegate || (!delegate->hearsPath(source) && !delegate->hearsPath(target))) continue;
+      if (!loggedSource) {
+        loggedSource = logLocked(source);
+        loggedTarget = logLocked(target);
+      }
+      for (int i = 0; i < times; ++i) {
         deliverLocked(delegate, Pending{nullptr, loggedSource, loggedTarget});
       }
     }
