@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -47,6 +48,12 @@ class MonitorFixture : public ::testing::Test {
 
   std::string cache() const { return dir / "cache"; }
   std::string trash() const { return isolated.trash(); }
+  // The application record the monitor makes of `path`, if it makes one.
+  std::optional<AppFile> fill(const std::string& path) {
+    AppFile app;
+    if (!monitor->wBscInfoFrPath(path, app)) return std::nullopt;
+    return app;
+  }
 
   // Serves on a free port, the application monitor answering the hosts' commands.
   void serve() {
