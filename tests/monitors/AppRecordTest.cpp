@@ -1,6 +1,5 @@
 // Filling application records from bundles, desktop entries and AppImages.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 
-#include "monitors/BrowserFolders.h"
 #include "monitors/LiveMonitorFixture.h"
 #include "monitors/PathListCache.h"
 
