@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "monitors/ExecutableArchitectures.h"
+#include "vexa/monitors/MonitorApplication.h"
 
 namespace vexa {
 namespace app_file_test {
@@ -58,11 +59,16 @@ TEST(AppFileTest, DomainsKeepTheirAsymmetry) {
 }
 
 TEST(AppFileTest, UrlsBecomePathsAndKeepTheirTrailingSlash) {
-  EXPECT_EQ(AppFile::formatAppPath("file://localhost/Applications/My%20App.app/"),
-            "/Applications/My App.app/");
-  EXPECT_EQ(AppFile::formatAppPath("file:///opt/A%20B%20C.app"), "/opt/A B C.app");
-  EXPECT_EQ(AppFile::formatAppPath("/plain/path"), "/plain/path");
-  EXPECT_EQ(AppFile::formatAppPath(""), "");
+  for (const auto& [url, path] :
+       {std::pair{"file://localhost/Applications/My%20App.app/", "/Applications/My App.app/"},
+        {"file:///opt/A%20B%20C.app", "/opt/A B C.app"},
+        {"/plain/path", "/plain/path"},
+        {"", ""}}) {
+    EXPECT_EQ(AppFile::formatAppPath(url), path);
+    std::string inPlace = url;  // the monitor's form changes its argument
+    MonitorApplication::formatAppPath(inPlace);
+    EXPECT_EQ(inPlace, path);
+  }
 }
 
 std::vector<uint8_t> bytes(std::initializer_list<int> v) {

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <functional>
 
 #include "monitors/BrowserDownloads.h"
 #include "support/TempDir.h"
@@ -32,165 +31,120 @@ std::string chromePrefs(const std::string& folder) {
   return R"({"download":{"default_directory":")" + folder + R"("}})";
 }
 
+// Special contents of a file to make: a named pipe, a folder, a link to itself.
+const std::string kFifo = "<fifo>", kFolder = "<folder>", kLoop = "<loop>";
+const std::string kFolderList0 = "user_pref(\"browser.download.folderList\", 0);";
+
 struct FolderCase {
   const char* name;
-  std::function<void(const Home&)> make;
-  std::function<Table(const Home&)> expected;
+  std::vector<std::pair<std::string, std::string>> files;  // below the home folder
+  Table expected;                                          // "~/" for the home folder
 };
 
 class BrowserFoldersTest : public ::testing::TestWithParam<FolderCase> {};
 
 TEST_P(BrowserFoldersTest, ReadsEachBrowsersSetting) {
   Home home;
-  GetParam().make(home);
-  EXPECT_EQ(home.folders.read(), GetParam().expected(home));
+  for (const auto& [relative, text] : GetParam().files) {
+    const std::string path = home.at(relative);
+    if (text == kFifo || text == kLoop) fs::create_directories(fs::path(path).parent_path());
+    if (text == kFifo) {
+      ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    } else if (text == kFolder) {
+      fs::create_directories(path);
+    } else if (text == kLoop) {
+      fs::create_symlink(path, path);
+    } else {
+      home.write(relative, text);
+    }
+  }
+  Table expected;
+  for (const auto& [browser, folder] : GetParam().expected) {
+    expected[browser] = folder.starts_with("~/") ? home.at(folder.substr(2)) : folder;
+  }
+  EXPECT_EQ(home.folders.read(), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Table, BrowserFoldersTest,
     ::testing::Values(
-        FolderCase{"NoBrowser", [](const Home&) {}, [](const Home&) { return Table{}; }},
+        FolderCase{"NoBrowser", {}, {}},
         FolderCase{"ChromeDefaultProfile",
-                   [](const Home& h) {
-                     h.write(".config/google-chrome/Default/Preferences", chromePrefs("/srv/dl"));
-                   },
-                   [](const Home&) {
-                     return Table{{"Chrome", "/srv/dl"}};
-                   }},
-        FolderCase{"ChromeLastUsedProfile",
-                   [](const Home& h) {
-                     h.write(".config/google-chrome/Local State",
-                             R"({"profile":{"last_used":"Profile 2"}})");
-                     h.write(".config/google-chrome/Default/Preferences", chromePrefs("/a"));
-                     h.write(".config/google-chrome/Profile 2/Preferences", chromePrefs("~/b/"));
-                   },
-                   [](const Home& h) {
-                     return Table{{"Chrome", h.at("b")}};
-                   }},
-        FolderCase{"ChromeLastUsedFolderMissingFallsBackToDefault",
-                   [](const Home& h) {
-                     h.write(".config/chromium/Local State",
-                             R"({"profile":{"last_used":"Profile 9"}})");
-                     h.write(".config/chromium/Default/Preferences", chromePrefs("/a"));
-                   },
-                   [](const Home&) {
-                     return Table{{"Chromium", "/a"}};
-                   }},
-        FolderCase{"ChromeProfileNameEscapingIsIgnored",
-                   [](const Home& h) {
-                     h.write(".config/chromium/Local State", R"({"profile":{"last_used":".."}})");
-                     h.write(".config/chromium/Default/Preferences", chromePrefs("/a"));
-                     h.write(".config/Preferences", chromePrefs("/evil"));
-                   },
-                   [](const Home&) {
-                     return Table{{"Chromium", "/a"}};
-                   }},
-        FolderCase{"CorruptJsonMeansDownloads",
-                   [](const Home& h) {
-                     h.write(".config/google-chrome/Default/Preferences", "{\"download\":");
-                   },
-                   [](const Home& h) {
-                     return Table{{"Chrome", h.at("Downloads")}};
-                   }},
-        FolderCase{"UnusableValuesMeanDownloads",
-                   [](const Home& h) {
-                     h.write(".config/google-chrome/Default/Preferences", chromePrefs("rel/x"));
-                     h.write(".config/chromium/Default/Preferences",
-                             chromePrefs("/" + std::string(100000, 'a')));
-                     h.write(".config/opera/Preferences", R"({"download":{}})");
-                   },
-                   [](const Home& h) {
-                     return Table{{"Chrome", h.at("Downloads")},
-                                  {"Chromium", h.at("Downloads")},
-                                  {"Opera", h.at("Downloads")}};
-                   }},
-        FolderCase{"PipeFolderAndLoopAsSettingsFiles",
-                   [](const Home& h) {
-                     fs::create_directories(h.at(".config/google-chrome/Default"));
-                     ::mkfifo(h.at(".config/google-chrome/Default/Preferences").c_str(), 0600);
-                     fs::create_directories(h.at(".config/opera/Preferences"));
-                     fs::create_directories(h.at(".config/chromium/Default"));
-                     fs::create_symlink(h.at(".config/chromium/Default/Preferences"),
-                                        h.at(".config/chromium/Default/Preferences"));
-                   },
-                   [](const Home& h) {
-                     // The loop does not exist; the pipe and folder exist and cannot be read.
-                     return Table{{"Chrome", h.at("Downloads")}, {"Opera", h.at("Downloads")}};
-                   }},
+                   {{".config/google-chrome/Default/Preferences", chromePrefs("/srv/dl")}},
+                   {{"Chrome", "/srv/dl"}}},
         FolderCase{
-            "OperaDefaultProfile",
-            [](const Home& h) { h.write(".config/opera/Default/Preferences", chromePrefs("/o")); },
-            [](const Home&) {
-              return Table{{"Opera", "/o"}};
-            }},
+            "ChromeLastUsedProfile",
+            {{".config/google-chrome/Local State", R"({"profile":{"last_used":"Profile 2"}})"},
+             {".config/google-chrome/Default/Preferences", chromePrefs("/a")},
+             {".config/google-chrome/Profile 2/Preferences", chromePrefs("~/b/")}},
+            {{"Chrome", "~/b"}}},
+        FolderCase{"ChromeLastUsedFolderMissingFallsBackToDefault",
+                   {{".config/chromium/Local State", R"({"profile":{"last_used":"Profile 9"}})"},
+                    {".config/chromium/Default/Preferences", chromePrefs("/a")}},
+                   {{"Chromium", "/a"}}},
+        FolderCase{"ChromeProfileNameEscapingIsIgnored",
+                   {{".config/chromium/Local State", R"({"profile":{"last_used":".."}})"},
+                    {".config/chromium/Default/Preferences", chromePrefs("/a")},
+                    {".config/Preferences", chromePrefs("/evil")}},
+                   {{"Chromium", "/a"}}},
+        FolderCase{"CorruptJsonMeansDownloads",
+                   {{".config/google-chrome/Default/Preferences", "{\"download\":"}},
+                   {{"Chrome", "~/Downloads"}}},
+        FolderCase{
+            "UnusableValuesMeanDownloads",
+            {{".config/google-chrome/Default/Preferences", chromePrefs("rel/x")},
+             {".config/chromium/Default/Preferences", chromePrefs("/" + std::string(100000, 'a'))},
+             {".config/opera/Preferences", R"({"download":{}})"}},
+            {{"Chrome", "~/Downloads"}, {"Chromium", "~/Downloads"}, {"Opera", "~/Downloads"}}},
+        // The loop does not exist; the pipe and folder exist and cannot be read.
+        FolderCase{"PipeFolderAndLoopAsSettingsFiles",
+                   {{".config/google-chrome/Default/Preferences", kFifo},
+                    {".config/opera/Preferences", kFolder},
+                    {".config/chromium/Default/Preferences", kLoop}},
+                   {{"Chrome", "~/Downloads"}, {"Opera", "~/Downloads"}}},
+        FolderCase{"OperaDefaultProfile",
+                   {{".config/opera/Default/Preferences", chromePrefs("/o")}},
+                   {{"Opera", "/o"}}},
         FolderCase{"FirefoxInstallSectionWins",
-                   [](const Home& h) {
-                     h.write(".mozilla/firefox/profiles.ini",
-                             "[Profile0]\nPath=a.default\nDefault=1\n"
-                             "[Install123]\nDefault=b.release\n[Profile1]\nPath=b.release\n");
-                     h.write(".mozilla/firefox/a.default/prefs.js",
-                             "user_pref(\"browser.download.folderList\", 2);\n"
-                             "user_pref(\"browser.download.dir\", \"/a\");\n");
-                     h.write(".mozilla/firefox/b.release/prefs.js",
-                             "user_pref(\"browser.download.folderList\", 2);\r\n"
-                             "user_pref(\"browser.download.dir\", \"/b\");\r\n");
-                   },
-                   [](const Home&) {
-                     return Table{{"Firefox", "/b"}};
-                   }},
+                   {{".mozilla/firefox/profiles.ini",
+                     "[Profile0]\nPath=a.default\nDefault=1\n"
+                     "[Install123]\nDefault=b.release\n[Profile1]\nPath=b.release\n"},
+                    {".mozilla/firefox/a.default/prefs.js",
+                     "user_pref(\"browser.download.folderList\", 2);\n"
+                     "user_pref(\"browser.download.dir\", \"/a\");\n"},
+                    {".mozilla/firefox/b.release/prefs.js",
+                     "user_pref(\"browser.download.folderList\", 2);\r\n"
+                     "user_pref(\"browser.download.dir\", \"/b\");\r\n"}},
+                   {{"Firefox", "/b"}}},
         FolderCase{"FirefoxDefaultOneAndDesktop",
-                   [](const Home& h) {
-                     h.write("snap/firefox/common/.mozilla/firefox/profiles.ini",
-                             "[Profile0]\nPath=x\n[Profile1]\nPath=y\nDefault=1\n");
-                     h.write("snap/firefox/common/.mozilla/firefox/y/prefs.js",
-                             "user_pref(\"browser.download.folderList\", 0);");
-                   },
-                   [](const Home& h) {
-                     return Table{{"Firefox", h.at("Desktop")}};
-                   }},
+                   {{"snap/firefox/common/.mozilla/firefox/profiles.ini",
+                     "[Profile0]\nPath=x\n[Profile1]\nPath=y\nDefault=1\n"},
+                    {"snap/firefox/common/.mozilla/firefox/y/prefs.js", kFolderList0}},
+                   {{"Firefox", "~/Desktop"}}},
+        // The profile's prefs.js does not exist: no entry.
         FolderCase{"FirefoxAbsoluteProfileWithoutPrefs",
-                   [](const Home& h) {
-                     h.write(".mozilla/firefox/profiles.ini",
-                             "[Profile0]\nPath=/abs/p\n"
-                             "IsRelative=0\n");
-                     h.write(".var/app/org.mozilla.firefox/.mozilla/firefox/profiles.ini",
-                             "[Profile0]\nPath=never\n");
-                   },
-                   // The profile's prefs.js does not exist: no entry.
-                   [](const Home&) { return Table{}; }},
+                   {{".mozilla/firefox/profiles.ini", "[Profile0]\nPath=/abs/p\nIsRelative=0\n"},
+                    {".var/app/org.mozilla.firefox/.mozilla/firefox/profiles.ini",
+                     "[Profile0]\nPath=never\n"}},
+                   {}},
         FolderCase{"FirefoxProfileMissingOrEscaping",
-                   [](const Home& h) {
-                     h.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=../../x\n");
-                     h.write("x/prefs.js", "user_pref(\"browser.download.folderList\", 0);");
-                   },
-                   [](const Home&) { return Table{}; }},
+                   {{".mozilla/firefox/profiles.ini", "[Profile0]\nPath=../../x\n"},
+                    {"x/prefs.js", kFolderList0}},
+                   {}},
+        // Never opened for reading: the file is there, its setting unreadable.
         FolderCase{"FirefoxPipeAsPrefs",
-                   [](const Home& h) {
-                     h.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n");
-                     fs::create_directories(h.at(".mozilla/firefox/p"));
-                     ::mkfifo(h.at(".mozilla/firefox/p/prefs.js").c_str(), 0600);
-                   },
-                   // Never opened for reading: the file is there, its setting unreadable.
-                   [](const Home& h) {
-                     return Table{{"Firefox", h.at("Downloads")}};
-                   }},
+                   {{".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n"},
+                    {".mozilla/firefox/p/prefs.js", kFifo}},
+                   {{"Firefox", "~/Downloads"}}},
         FolderCase{"FirefoxPipeAsProfilesIni",
-                   [](const Home& h) {
-                     fs::create_directories(h.at(".mozilla/firefox/p"));
-                     ::mkfifo(h.at(".mozilla/firefox/profiles.ini").c_str(), 0600);
-                     h.write(".mozilla/firefox/p/prefs.js",
-                             "user_pref(\"browser.download.folderList\", 0);");
-                   },
-                   [](const Home&) { return Table{}; }},
-        FolderCase{"FirefoxPrefsWithoutFolderList",
-                   [](const Home& h) {
-                     h.write(".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n");
-                     h.write(".mozilla/firefox/p/prefs.js",
-                             "user_pref(\"browser.download.dir\", \"/ignored\");");
-                   },
-                   [](const Home& h) {
-                     return Table{{"Firefox", h.at("Downloads")}};
-                   }}),
+                   {{".mozilla/firefox/profiles.ini", kFifo},
+                    {".mozilla/firefox/p/prefs.js", kFolderList0}},
+                   {}},
+        FolderCase{
+            "FirefoxPrefsWithoutFolderList",
+            {{".mozilla/firefox/profiles.ini", "[Profile0]\nPath=p\n"},
+             {".mozilla/firefox/p/prefs.js", "user_pref(\"browser.download.dir\", \"/ignored\");"}},
+            {{"Firefox", "~/Downloads"}}}),
     [](const auto& c) { return std::string(c.param.name); });
 
 TEST(BrowserFoldersSettingsFiles, ListTheFilesThatChooseAndHoldTheSetting) {
@@ -257,7 +211,6 @@ TEST(BrowserDownloadsNames, ExtensionsAndTypes) {
   EXPECT_EQ(BrowserDownloads::browserType("/d/a.crdownload"), BrowserDownloads::kChrome);
   EXPECT_EQ(BrowserDownloads::browserType("/d/a.opdownload"), BrowserDownloads::kOpera);
   EXPECT_EQ(BrowserDownloads::browserType("/d/a.zip"), BrowserDownloads::kUnknown);
-  EXPECT_EQ(BrowserDownloads::kSafari, 's' << 24 | 'a' << 16 | 'b' << 8 | 'w');
   EXPECT_EQ(BrowserDownloads::withoutExtension("/d/a.tar.gz"), "/d/a.tar");
   EXPECT_EQ(BrowserDownloads::withoutExtension("/d.x/a"), "/d.x/a");
   for (const char* path : {"/d/a.part", "/h/.config/opera/Preferences", "/p/Safari",

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -84,6 +83,26 @@ class LiveMonitorFixture : public ::testing::Test {
   // Turns the main loop until `wanted` has arrived (or the deadline passed).
   bool waitFor(const json& wanted, std::chrono::milliseconds timeout = std::chrono::seconds(15)) {
     return RunLoop::main().runUntil([&] { return count(wanted) > 0; }, timeout);
+  }
+  // Writes a new file `relative` and waits for the message `name` about it: the work that the
+  // events before it scheduled was queued before its own. Tests name it "marker-...".
+  void settle(const std::string& relative, const std::string& name) {
+    ASSERT_TRUE(waitFor(message(name, isolated.dir.write(relative, "x"))));
+  }
+  static std::vector<std::string> withoutMarkers(std::vector<std::string> paths) {
+    std::erase_if(paths, [](const std::string& p) { return p.find("/marker-") != p.npos; });
+    return paths;
+  }
+  // Stops the monitor and lets go of it. A background task still running holds the monitor,
+  // which talks to the server: wait until none does (a task that had not taken it yet never
+  // will, and one that had lets go when it ends).
+  template <typename Monitor>
+  static void release(std::shared_ptr<Monitor>& monitor) {
+    if (!monitor) return;
+    monitor->stopMonotor();
+    const std::weak_ptr held = monitor;
+    monitor.reset();
+    EXPECT_TRUE(eventually([&] { return held.expired(); }));
   }
   IsolatedHome isolated;
   const std::string home;

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <filesystem>
 
-#include "monitors/BrowserFolders.h"
 #include "monitors/LiveMonitorFixture.h"
 #include "monitors/PathListCache.h"
 
@@ -22,16 +21,7 @@ using Clock = std::chrono::steady_clock;
 class MonitorDownloadTest : public test::LiveMonitorFixture {
  protected:
   MonitorDownloadTest() : downloads(isolated.dir.mkdir("home/Downloads")) {}
-  ~MonitorDownloadTest() override {
-    if (!monitor) return;
-    monitor->stopMonotor();
-    // A background search still running holds the monitor, which talks to the server.
-    // Let go of it and wait until no task holds it: a task that had not taken it yet never will,
-    // and one that had lets go when it ends.
-    const std::weak_ptr held = monitor;
-    monitor.reset();
-    EXPECT_TRUE(test::eventually([&] { return held.expired(); }));
-  }
+  ~MonitorDownloadTest() override { release(monitor); }
   void start() {
     monitor = MonitorDownload::create(*dispatch, *server);
     monitor->setCacheFolderPath(isolated.dir / "cache");
@@ -40,20 +30,10 @@ class MonitorDownloadTest : public test::LiveMonitorFixture {
   std::string write(const std::string& relative, const std::string& text = "x") {
     return isolated.dir.write(relative, text);
   }
-  std::string startDownload(const std::string& name) {
-    const std::string partial = write("home/Downloads/" + name, "part");
-    EXPECT_TRUE(waitFor(message("DownloadAdd", partial)));
-    return partial;
-  }
-  // Waits for a new download started after the events under test: the work they scheduled was
-  // queued before its own.
-  void settle() { startDownload("marker-" + std::to_string(++markers) + ".opdownload"); }
-  Strings downloadsWithoutMarkers() const {
-    Strings out;
-    for (const auto& p : monitor->downloads()) {
-      if (p.find("/marker-") == std::string::npos) out.push_back(p);
-    }
-    return out;
+  // Waits for a new download started after the events under test.
+  void settle() {
+    LiveMonitorFixture::settle("home/Downloads/marker-" + std::to_string(++markers) + ".opdownload",
+                               "DownloadAdd");
   }
 
   const std::string downloads;
@@ -61,85 +41,92 @@ class MonitorDownloadTest : public test::LiveMonitorFixture {
   int markers = 0;
 };
 
-TEST_F(MonitorDownloadTest, AChromeDownloadStartsAndCompletesByRename) {
-  start();
-  connectHost();
-  const std::string partial = startDownload("f.pdf.crdownload");
-  EXPECT_EQ(monitor->downloads(), Strings{partial});
-  fs::rename(partial, downloads + "/f.pdf");
-  ASSERT_TRUE(waitFor(message("DownloadComplete", downloads + "/f.pdf")));
-  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
-  settle();
-  EXPECT_EQ(count(message("DownloadComplete", downloads + "/f.pdf")), 1U);
-  EXPECT_EQ(downloadsWithoutMarkers(), Strings{});
-}
+enum class End { kRename, kRemove, kTrash };
 
-TEST_F(MonitorDownloadTest, AnUnconfirmedChromeDownloadCompletesUnderItsFinalName) {
-  start();
-  connectHost();
-  const std::string partial = startDownload("Unconfirmed 12.crdownload");
-  fs::rename(partial, downloads + "/a.pdf");
-  ASSERT_TRUE(waitFor(message("DownloadComplete", downloads + "/a.pdf")));
-  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
-}
+struct FinishCase {
+  const char* name;
+  Strings existing;     // in Downloads before the monitor starts
+  std::string partial;  // made in Downloads ("/" ending: a folder, as Safari's)
+  End end;
+  std::string renamed;    // the name a rename gives
+  std::string completed;  // what completes ("" for nothing)
+  bool delayed;           // an archive is judged after the browser had time to unpack it
+};
 
-TEST_F(MonitorDownloadTest, AFirefoxDownloadReplacesItsPlaceholder) {
-  start();
-  connectHost();
-  const std::string placeholder = write("home/Downloads/g.zip", "");
-  const std::string partial = startDownload("g.zip.part");
-  const auto renamed = Clock::now();
-  fs::rename(partial, placeholder);
-  ASSERT_TRUE(waitFor(message("DownloadComplete", placeholder)));
-  // An archive is judged after the browser had time to unpack it.
-  EXPECT_GE(Clock::now() - renamed, std::chrono::seconds(2));
-  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
-  settle();
-  EXPECT_EQ(count(message("DownloadComplete", placeholder)), 1U);
-}
+void PrintTo(const FinishCase& c, std::ostream* os) { *os << c.name; }
 
-TEST_F(MonitorDownloadTest, ACancelledDownloadIsRemovedAndNotCompleted) {
-  start();
-  connectHost();
-  const std::string partial = startDownload("c.iso.crdownload");
-  fs::remove(partial);
-  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
-  settle();
-  for (const auto& m : messages()) EXPECT_NE(m["name"], "DownloadComplete") << m;
-}
+class DownloadFinishTest : public MonitorDownloadTest,
+                           public ::testing::WithParamInterface<FinishCase> {};
 
-TEST_F(MonitorDownloadTest, APartialFileMovedIntoTheTrashIsRemovedOnly) {
+TEST_P(DownloadFinishTest, IsAddedThenRemovedAndCompletesOnceOrNever) {
+  const FinishCase& c = GetParam();
+  for (const auto& name : c.existing) write("home/Downloads/" + name);
   start();
   connectHost();
-  const std::string partial = startDownload("t.pdf.part");
-  fs::rename(partial, isolated.trash() + "/t.pdf.part");
-  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
-  settle();
-  for (const auto& m : messages()) EXPECT_NE(m["name"], "DownloadComplete") << m;
-  EXPECT_EQ(downloadsWithoutMarkers(), Strings{});
-}
-
-TEST_F(MonitorDownloadTest, AnArchivesPartialDeletedBesideTheArchiveCompletesLater) {
-  start();
-  connectHost();
-  const std::string archive = write("home/Downloads/a.zip");
-  const std::string partial = startDownload("a.zip.crdownload");
-  const auto removed = Clock::now();
-  fs::remove(partial);
-  ASSERT_TRUE(waitFor(message("DownloadComplete", archive)));
-  EXPECT_GE(Clock::now() - removed, std::chrono::seconds(2));
-}
-
-TEST_F(MonitorDownloadTest, ASafariDownloadCompletesAsTheNewestDuplicate) {
-  write("home/Downloads/X.dmg");
-  const std::string newest = write("home/Downloads/X-2.dmg");
-  start();
-  connectHost();
-  const std::string partial = isolated.dir.mkdir("home/Downloads/X.dmg.download");
+  std::string partial = downloads + "/" + c.partial;
+  if (partial.ends_with('/')) {
+    partial.pop_back();
+    fs::create_directories(partial);
+  } else {
+    write("home/Downloads/" + c.partial, "part");
+  }
   ASSERT_TRUE(waitFor(message("DownloadAdd", partial)));
-  fs::remove(partial);
-  ASSERT_TRUE(waitFor(message("DownloadComplete", newest)));
+  EXPECT_EQ(monitor->downloads(), Strings{partial});
+  const auto ended = Clock::now();
+  if (c.end == End::kRename) fs::rename(partial, downloads + "/" + c.renamed);
+  if (c.end == End::kRemove) fs::remove(partial);
+  if (c.end == End::kTrash) fs::rename(partial, isolated.trash() + "/" + c.partial);
+  const json completed = message("DownloadComplete", downloads + "/" + c.completed);
+  if (!c.completed.empty()) {
+    ASSERT_TRUE(waitFor(completed));
+    if (c.delayed) {
+      EXPECT_GE(Clock::now() - ended, std::chrono::seconds(2));
+    }
+  }
+  ASSERT_TRUE(waitFor(message("DownloadRemove", partial)));
+  settle();
+  size_t completions = 0;
+  for (const auto& m : messages()) completions += m["name"] == "DownloadComplete";
+  EXPECT_EQ(completions, c.completed.empty() ? 0U : 1U);
+  EXPECT_EQ(count(completed), completions);
+  EXPECT_EQ(withoutMarkers(monitor->downloads()), Strings{});
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Ends, DownloadFinishTest,
+    ::testing::Values(
+        FinishCase{"ChromeRename", {}, "f.pdf.crdownload", End::kRename, "f.pdf", "f.pdf", false},
+        FinishCase{"ChromeUnconfirmedUnderItsFinalName",
+                   {},
+                   "Unconfirmed 12.crdownload",
+                   End::kRename,
+                   "a.pdf",
+                   "a.pdf",
+                   false},
+        FinishCase{"FirefoxReplacesItsPlaceholder",
+                   {"g.zip"},
+                   "g.zip.part",
+                   End::kRename,
+                   "g.zip",
+                   "g.zip",
+                   true},
+        FinishCase{"Cancelled", {}, "c.iso.crdownload", End::kRemove, "", "", false},
+        FinishCase{"MovedIntoTheTrash", {}, "t.pdf.part", End::kTrash, "", "", false},
+        FinishCase{"ArchivesPartialDeletedBesideTheArchive",
+                   {"a.zip"},
+                   "a.zip.crdownload",
+                   End::kRemove,
+                   "",
+                   "a.zip",
+                   true},
+        FinishCase{"SafariAsTheNewestDuplicate",
+                   {"X.dmg", "X-2.dmg"},
+                   "X.dmg.download/",
+                   End::kRemove,
+                   "",
+                   "X-2.dmg",
+                   false}),
+    [](const auto& c) { return std::string(c.param.name); });
 
 TEST_F(MonitorDownloadTest, ADownloadStartedAndFinishedInOneBatchLeavesNothingStale) {
   start();
@@ -149,7 +136,7 @@ TEST_F(MonitorDownloadTest, ADownloadStartedAndFinishedInOneBatchLeavesNothingSt
   ASSERT_TRUE(waitFor(message("DownloadComplete", downloads + "/quick.bin")));
   settle();
   EXPECT_EQ(count(message("DownloadAdd", partial)), 0U);
-  EXPECT_EQ(downloadsWithoutMarkers(), Strings{});
+  EXPECT_EQ(withoutMarkers(monitor->downloads()), Strings{});
 }
 
 TEST_F(MonitorDownloadTest, StartFindsPartialFilesAndTheCacheKeepsThoseStillThere) {
@@ -160,8 +147,7 @@ TEST_F(MonitorDownloadTest, StartFindsPartialFilesAndTheCacheKeepsThoseStillTher
   Strings found = monitor->downloads();
   std::sort(found.begin(), found.end());
   EXPECT_EQ(found, (Strings{gone, kept}));
-  monitor->stopMonotor();
-  monitor.reset();
+  release(monitor);
   fs::remove(gone);
   start();
   EXPECT_EQ(monitor->downloads(), Strings{kept});

@@ -31,16 +31,7 @@ TEST(MonitorInstallPackageNames, ExtensionIsTestedCaseSensitively) {
 class MonitorInstallPackageTest : public test::LiveMonitorFixture {
  protected:
   MonitorInstallPackageTest() { isolated.dir.mkdir("home/Downloads"); }
-  ~MonitorInstallPackageTest() override {
-    if (!monitor) return;
-    monitor->stopMonotor();
-    // A background inventory still running holds the monitor, which talks to the server.
-    // Let go of it and wait until no task holds it: a task that had not taken it yet never will,
-    // and one that had lets go when it ends.
-    const std::weak_ptr held = monitor;
-    monitor.reset();
-    EXPECT_TRUE(test::eventually([&] { return held.expired(); }));
-  }
+  ~MonitorInstallPackageTest() override { release(monitor); }
   void start(std::shared_ptr<const FindInventory> inventory = nullptr) {
     monitor = MonitorInstallPackage::create(*dispatch, *server, std::move(inventory));
     monitor->setCacheFolderPath(cache());
@@ -49,18 +40,9 @@ class MonitorInstallPackageTest : public test::LiveMonitorFixture {
   std::string cache() const { return isolated.dir / "cache"; }
   std::string cacheFile() const { return cache() + "/packagecache.dat"; }
   std::string write(const std::string& relative) { return isolated.dir.write(relative, "x"); }
-  // Waits for the add of a new package made after the events under test: the work those
-  // events scheduled was queued before it.
+  // Waits for the add of a new package made after the events under test.
   void settle() {
-    const std::string marker = write("home/marker-" + std::to_string(++markers_) + ".run");
-    ASSERT_TRUE(waitFor(message("PackageAdd", marker)));
-  }
-  Strings packagesWithoutMarkers() const {
-    Strings out;
-    for (const auto& p : monitor->packages()) {
-      if (p.find("/marker-") == std::string::npos) out.push_back(p);
-    }
-    return out;
+    LiveMonitorFixture::settle("home/marker-" + std::to_string(++markers_) + ".run", "PackageAdd");
   }
 
   std::shared_ptr<MonitorInstallPackage> monitor;
@@ -93,7 +75,7 @@ TEST_F(MonitorInstallPackageTest, APackageReportedTwiceIsAnnouncedOnce) {
   settle();
   EXPECT_EQ(count(message("PackageAdd", pkg)), 1U);
   EXPECT_EQ(messages().size(), 2U);  // the package and the marker
-  EXPECT_EQ(packagesWithoutMarkers(), Strings{pkg});
+  EXPECT_EQ(withoutMarkers(monitor->packages()), Strings{pkg});
 }
 
 TEST_F(MonitorInstallPackageTest, RenamesFollowTheSourcesExtension) {
@@ -109,7 +91,7 @@ TEST_F(MonitorInstallPackageTest, RenamesFollowTheSourcesExtension) {
   fs::rename(partial, home + "/Downloads/x.deb");
   ASSERT_TRUE(waitFor(message("PackageAdd", home + "/Downloads/x.deb")));
   settle();
-  Strings listed = packagesWithoutMarkers();
+  Strings listed = withoutMarkers(monitor->packages());
   std::sort(listed.begin(), listed.end());
   EXPECT_EQ(listed, (Strings{home + "/Downloads/x.deb", home + "/a.txt"}));
   EXPECT_EQ(count(message("PackageAdd", home + "/a.txt")), 1U);
@@ -134,7 +116,7 @@ TEST_F(MonitorInstallPackageTest, APackageCreatedAndRenamedAtOnceLeavesNothingSt
   fs::rename(first, home + "/Downloads/second.snap");
   ASSERT_TRUE(waitFor(message("PackageAdd", home + "/Downloads/second.snap")));
   settle();
-  EXPECT_EQ(packagesWithoutMarkers(), Strings{home + "/Downloads/second.snap"});
+  EXPECT_EQ(withoutMarkers(monitor->packages()), Strings{home + "/Downloads/second.snap"});
   EXPECT_EQ(count(message("PackageAdd", first)), 0U);
 }
 
@@ -142,8 +124,7 @@ TEST_F(MonitorInstallPackageTest, APackageDeletedWhileStoppedIsDroppedSilently) 
   const std::string gone = write("home/gone.flatpak");
   const std::string kept = write("home/kept.flatpakref");
   start();
-  monitor->stopMonotor();
-  monitor.reset();
+  release(monitor);
   fs::remove(gone);
   connectHost();
   start();
@@ -177,6 +158,8 @@ struct CacheCase {
   int inventories;  // at start
   bool rewritten;   // the file is a decodable cache afterwards
 };
+
+void PrintTo(const CacheCase& c, std::ostream* os) { *os << c.name; }
 
 class PackageCacheTest : public MonitorInstallPackageTest,
                          public ::testing::WithParamInterface<CacheCase> {};

@@ -3,59 +3,21 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
 
-#include "support/FakeEventStream.h"
-#include "support/IsolatedHome.h"
-#include "support/RawClient.h"
+#include "monitors/MonitorFixture.h"
 #include "support/ScratchMount.h"
-#include "support/Signal.h"
-#include "vexa/events/FileSystemMonitor.h"
-#include "vexa/events/MonitorDispatch.h"
-#include "vexa/messaging/Message.h"
-#include "vexa/messaging/XSocketServer.h"
-#include "vexa/util/DispatchQueue.h"
-#include "vexa/util/Preferences.h"
 #include "vexa/util/SystemLog.h"
 
 namespace vexa {
 namespace monitor_trash_test {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 
-// A monitor over an isolated home whose event stream is a fake, with a real server and host.
-class MonitorTrashTest : public ::testing::Test {
+// The Trash monitor beside the application monitor of the fixture, over a mount table with no
+// volumes: the machine's own do not count here.
+class MonitorTrashTest : public test::MonitorFixture {
  protected:
-  MonitorTrashTest()
-      : log(std::make_shared<test::FakeStreamLog>()),
-        prefs(isolated.dir / "prefs.json"),
-        fsMonitor(std::make_unique<test::FakeEventStreamFactory>(log), prefs),
-        dispatch(MonitorDispatch::create(fsMonitor, DispatchQueue::global())),
-        server(XSocketServer::create("127.0.0.1", 0)),
-        monitor(MonitorTrash::create(*dispatch, *server, noMounts)) {}
-  ~MonitorTrashTest() override {
-    monitor->stopMonotor();
-    if (acceptor.joinable()) {
-      server->stopListen();
-      acceptor.join();
-    }
-  }
-  std::unique_ptr<test::RawClient> connectHost() {
-    EXPECT_TRUE(server->startListen());
-    acceptor = std::thread([this] { server->acceptConnect(); });
-    auto host = std::make_unique<test::RawClient>(server->port());
-    EXPECT_TRUE(host->receive());  // the greeting
-    host->send(Message("ConnectCommand", {{"Identity", XSocketServer::kHostIdentity}}));
-    EXPECT_TRUE(test::eventually([&] {
-      return server->getConnetClientByIdentity(XSocketServer::kHostIdentity) != nullptr;
-    }));
-    return host;
-  }
-  static json receive(test::RawClient& host, int timeoutMs = 10000) {
-    auto text = host.receive(timeoutMs);
-    return text ? json::parse(*text) : json();
-  }
+  ~MonitorTrashTest() override { trashMonitor->stopMonotor(); }
 
   // Waits for a "TrashSizeChange" with `used`, passing over earlier sizes.
   static bool receiveUsed(test::RawClient& host, uint64_t used) {
@@ -65,61 +27,52 @@ class MonitorTrashTest : public ::testing::Test {
     return false;
   }
 
-  test::IsolatedHome isolated;
-  // A mount table with no volumes: the machine's own do not count here.
-  const std::string noMounts = isolated.dir.write("mountinfo", "");
-  std::shared_ptr<test::FakeStreamLog> log;
-  Preferences prefs;
-  FileSystemMonitor fsMonitor;
-  std::shared_ptr<MonitorDispatch> dispatch;
-  std::shared_ptr<XSocketServer> server;
-  std::shared_ptr<MonitorTrash> monitor;
-  std::thread acceptor;
+  std::shared_ptr<MonitorTrash> trashMonitor =
+      MonitorTrash::create(*dispatch, *server, dir.write("mountinfo", ""));
 };
 
 TEST_F(MonitorTrashTest, AFullTrashIsReportedAtStartAndEachChangeAfter) {
   auto host = connectHost();
-  isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
-  monitor->startMonitor();
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  trashMonitor->startMonitor();
   json message = receive(*host);
   EXPECT_EQ(message["name"], "TrashSizeChange");
   EXPECT_EQ(message["parms"]["Used"], 4096U);
   EXPECT_TRUE(message["parms"]["Used"].is_number_unsigned());
 
-  fs::remove(isolated.trash() + "/page");
-  monitor->fileRemove(isolated.trash() + "/page");
+  fs::remove(trash() + "/page");
+  trashMonitor->fileRemove(trash() + "/page");
   EXPECT_EQ(receive(*host)["parms"]["Used"], 0U);
-  monitor->fileModify(isolated.dir / "home/elsewhere");  // not under the Trash: not measured
+  trashMonitor->fileModify(dir / "home/elsewhere");  // not under the Trash: not measured
   EXPECT_FALSE(host->receive(200));
 }
 
 TEST_F(MonitorTrashTest, AnEmptyTrashSendsNothingAndMissingFoldersAreMade) {
-  fs::remove_all(isolated.dir / "home/.local/share/Trash");
+  fs::remove_all(dir / "home/.local/share/Trash");
   auto host = connectHost();
-  monitor->startMonitor();
+  trashMonitor->startMonitor();
   for (const char* folder : {"files", "info"}) {
-    const auto status = fs::status(isolated.dir / "home/.local/share/Trash/" + folder);
+    const auto status = fs::status(dir / "home/.local/share/Trash/" + folder);
     EXPECT_TRUE(fs::is_directory(status)) << folder;
     EXPECT_EQ(status.permissions() & fs::perms::all, fs::perms::owner_all) << folder;
   }
   ASSERT_EQ(dispatch->registrations().size(), 1U);
-  EXPECT_EQ(dispatch->registrations()[0].first, isolated.trash());
+  EXPECT_EQ(dispatch->registrations()[0].first, trash());
   EXPECT_FALSE(host->receive(200));
 }
 
 TEST_F(MonitorTrashTest, WithoutAHostTheSizeIsStillKept) {
-  isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
-  monitor->sendChangedMessage();
-  EXPECT_EQ(monitor->preUsedSize(), 4096U);
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  trashMonitor->sendChangedMessage();
+  EXPECT_EQ(trashMonitor->preUsedSize(), 4096U);
 }
 
 TEST_F(MonitorTrashTest, ABurstOfEventsCostsAtMostTwoMeasurementsMore) {
   auto host = connectHost();
-  monitor->startMonitor();
+  trashMonitor->startMonitor();
   for (int i = 0; i < 200; ++i) {
-    isolated.dir.write("home/.local/share/Trash/files/f" + std::to_string(i),
-                       std::string(4096, 'x'));
-    monitor->fileMoveIn(isolated.trash() + "/f" + std::to_string(i));
+    dir.write("home/.local/share/Trash/files/f" + std::to_string(i), std::string(4096, 'x'));
+    trashMonitor->fileMoveIn(trash() + "/f" + std::to_string(i));
   }
   // Every message carries a larger size; the last one the whole Trash.
   uint64_t last = 0;
@@ -138,7 +91,7 @@ TEST_F(MonitorTrashTest, AVolumesTrashCountsWhileMountedAndDropsOutWhenUnmounted
   if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
   ASSERT_TRUE(test::ScratchMount::isolate());
   auto host = connectHost();
-  isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
   auto real = MonitorTrash::create(*dispatch, *server);
   real->startMonitor();
   // The machine's own volumes may hold Trashes of their own.
@@ -146,12 +99,12 @@ TEST_F(MonitorTrashTest, AVolumesTrashCountsWhileMountedAndDropsOutWhenUnmounted
   ASSERT_EQ(first["name"], "TrashSizeChange");
   const uint64_t before = first["parms"]["Used"].get<uint64_t>();
 
-  const std::string stage = isolated.dir.mkdir("stage"), volume = isolated.dir.mkdir("volume");
+  const std::string stage = dir.mkdir("stage"), volume = dir.mkdir("volume");
   test::ScratchMount tmpfs(stage);
   ASSERT_TRUE(tmpfs.ok());
   const std::string volumeTrash = stage + "/.Trash-0/files";
   fs::create_directories(volumeTrash);
-  isolated.dir.write("stage/.Trash-0/files/blob", std::string(8192, 'b'));
+  dir.write("stage/.Trash-0/files/blob", std::string(8192, 'b'));
   // Mounted again once its Trash exists: a mount the monitor hears of, and the same Trash twice.
   test::ScratchMount bound(volume, stage);
   ASSERT_TRUE(bound.ok());
@@ -172,26 +125,26 @@ TEST_F(MonitorTrashTest, ATrashDeletedIsMadeAgainAndOneReplacedByALinkIsNotFollo
     logged.push_back(line);
   });
   auto host = connectHost();
-  isolated.dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
-  monitor->startMonitor();
+  dir.write("home/.local/share/Trash/files/page", std::string(4096, 'p'));
+  trashMonitor->startMonitor();
   ASSERT_TRUE(receiveUsed(*host, 4096));
 
-  fs::remove_all(isolated.trash());
-  monitor->fileRemove(isolated.trash());
+  fs::remove_all(trash());
+  trashMonitor->fileRemove(trash());
   ASSERT_TRUE(receiveUsed(*host, 0));
-  EXPECT_TRUE(fs::is_directory(fs::symlink_status(isolated.trash())));
-  isolated.dir.write("home/.local/share/Trash/files/again", std::string(8192, 'a'));
-  monitor->fileMoveIn(isolated.trash() + "/again");
+  EXPECT_TRUE(fs::is_directory(fs::symlink_status(trash())));
+  dir.write("home/.local/share/Trash/files/again", std::string(8192, 'a'));
+  trashMonitor->fileMoveIn(trash() + "/again");
   ASSERT_TRUE(receiveUsed(*host, 8192));
 
   // A link to a full folder: the Trash counts nothing, and the link is told once.
-  isolated.dir.write("elsewhere/big", std::string(65536, 'e'));
-  fs::remove_all(isolated.trash());
-  fs::create_directory_symlink(isolated.dir / "elsewhere", isolated.trash());
-  monitor->fileRemove(isolated.trash());
+  dir.write("elsewhere/big", std::string(65536, 'e'));
+  fs::remove_all(trash());
+  fs::create_directory_symlink(dir / "elsewhere", trash());
+  trashMonitor->fileRemove(trash());
   ASSERT_TRUE(receiveUsed(*host, 0));
-  monitor->fileModify(isolated.trash() + "/big");
-  monitor->sendChangedMessage();
+  trashMonitor->fileModify(trash() + "/big");
+  trashMonitor->sendChangedMessage();
   EXPECT_FALSE(host->receive(200));
   SystemLog::setSink(nullptr);
   std::lock_guard lock(loggedLock);

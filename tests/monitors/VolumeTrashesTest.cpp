@@ -155,21 +155,5 @@ TEST_F(VolumeTrashesTest, ReadsTheTableAtAPathWithEscapedNames) {
   EXPECT_TRUE(VolumeTrashes::find(dir / "no-table", "").empty());
 }
 
-TEST_F(VolumeTrashesTest, AMountedTmpfsTrashIsListedWhileMounted) {
-  const std::string home = dir.mkdir("home/.local/share/Trash/files");
-  const std::string top = dir.mkdir("volume");
-  if (::geteuid() != 0) GTEST_SKIP() << "mounting needs root";
-  ASSERT_TRUE(test::ScratchMount::isolate());
-  test::ScratchMount tmpfs(top);
-  ASSERT_TRUE(tmpfs.ok());
-  fs::create_directories(top + "/.Trash-" + kId + "/files");
-  const auto found = VolumeTrashes::find("/proc/self/mountinfo", home);
-  EXPECT_NE(std::find(found.begin(), found.end(), top + "/.Trash-" + kId + "/files"), found.end());
-  tmpfs.unmount();
-  for (const auto& trash : VolumeTrashes::find("/proc/self/mountinfo", home)) {
-    EXPECT_NE(trash, top + "/.Trash-" + kId + "/files");
-  }
-}
-
 }  // namespace volume_trashes_test
 }  // namespace vexa
