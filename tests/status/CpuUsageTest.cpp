@@ -54,43 +54,15 @@ INSTANTIATE_TEST_SUITE_P(
         DeltaCase{"NearTheTop", ticks(0, kTop - 5, 0, 0, 0), ticks(0, kTop, 0, 0, 5), 0, 5, 5, 10}),
     [](const auto& row) { return std::string(row.param.name); });
 
-TEST(CpuUsageTest, SharesOfAFrozenCoreAreZero) {
-  const UsageShares shares = CpuUsage::shares({0, 0, 0, 0, 1});
-  EXPECT_EQ(shares.system, 0.0F);
-  EXPECT_EQ(shares.user, 0.0F);
-  EXPECT_EQ(shares.idle, 0.0F);
-}
-
-TEST(CpuUsageTest, OverallSharesSumTheCores) {
+// A frozen core's shares are all 0; the overall shares sum the cores' ticks.
+TEST(CpuUsageTest, SharesOfOneCoreAndOfAll) {
+  const UsageShares frozen = CpuUsage::shares({0, 0, 0, 0, 1});
+  EXPECT_EQ(frozen.system + frozen.user + frozen.idle, 0.0F);
   const UsageShares all = CpuUsage::overall({{0, 10, 30, 60, 100}, {1, 0, 0, 100, 100}});
   EXPECT_FLOAT_EQ(all.system, 0.05F);
   EXPECT_FLOAT_EQ(all.user, 0.15F);
   EXPECT_FLOAT_EQ(all.idle, 0.8F);
   EXPECT_EQ(CpuUsage::overall({}).idle, 0.0F);
-}
-
-// cpu1 goes offline for one reading and comes back with counters of its own: it is skipped
-// while away and starts again from its new counters, not from those it left with.
-TEST(CpuUsageTest, CoreLeavingAndComingBack) {
-  CpuUsage usage;
-  usage.prime({ticks(0, 0, 0, 0, 100), ticks(1, 0, 0, 0, 100)});
-
-  auto cores = usage.update({ticks(0, 10, 0, 0, 190)});
-  ASSERT_EQ(cores.size(), 1u);
-  EXPECT_EQ(cores[0].core, 0);
-  EXPECT_EQ(cores[0].total, 100);
-
-  cores = usage.update({ticks(0, 20, 0, 0, 280), ticks(1, 5, 0, 0, 40)});
-  ASSERT_EQ(cores.size(), 2u);
-  EXPECT_EQ(cores[1].core, 1);
-  EXPECT_EQ(cores[1].user, 0);
-  EXPECT_EQ(cores[1].idle, 0);
-  EXPECT_EQ(cores[1].total, 1);
-
-  cores = usage.update({ticks(0, 30, 0, 0, 370), ticks(1, 15, 0, 0, 130)});
-  ASSERT_EQ(cores.size(), 2u);
-  EXPECT_EQ(cores[1].user, 10);
-  EXPECT_EQ(cores[1].idle, 90);
 }
 
 }  // namespace cpu_usage_test

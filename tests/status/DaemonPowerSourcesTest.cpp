@@ -7,7 +7,12 @@
 namespace vexa {
 namespace daemon_power_sources_test {
 
-PowerDevice battery(uint32_t state, double energy, double full) {
+constexpr uint32_t kDischarging = PowerDevice::kDischarging;
+constexpr uint32_t kCharging = PowerDevice::kCharging;
+
+// A system battery at `energy` of `full` Wh, with the daemon's time to empty when given.
+PowerDevice battery(double energy, double full, std::optional<int64_t> timeToEmpty = {},
+                    uint32_t state = kDischarging) {
   PowerDevice device;
   device.path = "/bat";
   device.kind = PowerDevice::Kind::Battery;
@@ -16,6 +21,7 @@ PowerDevice battery(uint32_t state, double energy, double full) {
   device.energy = energy;
   device.energyFull = full;
   device.percentage = 100.0 * energy / full;
+  device.timeToEmpty = timeToEmpty;
   return device;
 }
 
@@ -57,85 +63,67 @@ TEST_P(DaemonSummaryTest, ReadsLikeTheKernelsSuppliesWithTheDaemonsTimes) {
   }
 }
 
-constexpr uint32_t kDischarging = PowerDevice::kDischarging;
-constexpr uint32_t kCharging = PowerDevice::kCharging;
-
 INSTANTIATE_TEST_SUITE_P(
     Devices, DaemonSummaryTest,
     ::testing::Values(
         DaemonCase{"NoBattery", {{linePower(true)}, {}}, -2, {}},
-        DaemonCase{
-            "OnlyAMouse",
-            {{with(battery(kDischarging, 1, 2), [](auto& d) { d.powerSupply = false; })}, {}},
-            -2,
-            {}},
+        DaemonCase{"OnlyAMouse",
+                   {{with(battery(1, 2), [](auto& d) { d.powerSupply = false; })}, {}},
+                   -2,
+                   {}},
         DaemonCase{"DischargingWithTheDaemonsTime",
-                   {{linePower(false),
-                     with(battery(kDischarging, 30, 60), [](auto& d) { d.timeToEmpty = 5700; })},
-                    {}},
+                   {{linePower(false), battery(30, 60, 5700)}, {}},
                    5700,
-                   {{"Power Source State", "Battery Power"},
-                    {"Current Capacity", 30000000},
-                    {"Max Capacity", 60000000},
-                    {"Is Charging", false}}},
+                   R"({"Power Source State": "Battery Power", "Current Capacity": 30000000,
+                       "Max Capacity": 60000000, "Is Charging": false})"_json},
         // 0 is "not known yet"; with a rate the figures tell (30 Wh at 10 W: 3 hours).
         DaemonCase{"UnknownTimeFallsBackToTheRate",
-                   {{with(battery(kDischarging, 30, 60),
-                          [](auto& d) {
-                            d.timeToEmpty = 0;
-                            d.energyRate = 10.0;
-                          })},
-                    {}},
+                   {{with(battery(30, 60, 0), [](auto& d) { d.energyRate = 10.0; })}, {}},
                    10800,
-                   {{"Power Source State", "Battery Power"}}},
+                   R"({"Power Source State": "Battery Power"})"_json},
         DaemonCase{"UnknownTimeAndNoRateIsCalculating",
-                   {{with(battery(kDischarging, 30, 60), [](auto& d) { d.timeToEmpty = 0; })}, {}},
+                   {{battery(30, 60, 0)}, {}},
                    -1,
-                   {{"Is Charging", false}}},
+                   R"({"Is Charging": false})"_json},
         DaemonCase{"ChargingOnMainsInMinutes",
                    {{linePower(true),
-                     with(battery(kCharging, 30, 60), [](auto& d) { d.timeToFull = 3725; })},
+                     with(battery(30, 60, {}, kCharging), [](auto& d) { d.timeToFull = 3725; })},
                     {}},
                    -2,
-                   {{"Power Source State", "AC Power"},
-                    {"Is Charging", true},
-                    {"Time to Full Charge", 62}}},
+                   R"({"Power Source State": "AC Power", "Is Charging": true,
+                       "Time to Full Charge": 62})"_json},
         // Two batteries: only the daemon's summary has a time for both.
         DaemonCase{"SummaryTimeForTwoBatteries",
-                   {{with(battery(kDischarging, 10, 50), [](auto& d) { d.timeToEmpty = 100; }),
-                     with(battery(kDischarging, 20, 50), [](auto& d) { d.timeToEmpty = 200; })},
-                    with(battery(kDischarging, 30, 100), [](auto& d) { d.timeToEmpty = 4321; })},
+                   {{battery(10, 50, 100), battery(20, 50, 200)}, battery(30, 100, 4321)},
                    4321,
-                   {{"Current Capacity", 30000000}, {"Max Capacity", 100000000}}},
+                   R"({"Current Capacity": 30000000, "Max Capacity": 100000000})"_json},
         DaemonCase{"TwoBatteriesWithoutSummaryAreCalculating",
-                   {{with(battery(kDischarging, 10, 50), [](auto& d) { d.timeToEmpty = 100; }),
-                     with(battery(kDischarging, 20, 50), [](auto& d) { d.timeToEmpty = 200; })},
-                    {}},
+                   {{battery(10, 50, 100), battery(20, 50, 200)}, {}},
                    -1,
-                   {{"Power Source State", "Battery Power"}}},
+                   R"({"Power Source State": "Battery Power"})"_json},
         // Figures the daemon did not give leave the percentage to tell the charge.
         DaemonCase{"PercentageWithoutEnergy",
-                   {{with(battery(kDischarging, 30, 60),
+                   {{with(battery(30, 60),
                           [](auto& d) {
                             d.energy.reset();
                             d.percentage = 42.4;
                           })},
                     {}},
                    -1,
-                   {{"Current Capacity", 42}, {"Max Capacity", 100}}},
+                   R"({"Current Capacity": 42, "Max Capacity": 100})"_json},
         DaemonCase{"NotANumber",
-                   {{with(battery(kDischarging, 30, 60),
+                   {{with(battery(30, 60),
                           [](auto& d) {
                             d.energyFull = std::nan("");
                             d.percentage = 7;
                           })},
                     {}},
                    -1,
-                   {{"Current Capacity", 7}}}),
+                   R"({"Current Capacity": 7})"_json}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST(DaemonSummaryTest, ElectricalFiguresInTheBatterysUnits) {
-  PowerDaemon::Devices devices{{with(battery(kDischarging, 44.4, 55.5),
+  PowerDaemon::Devices devices{{with(battery(44.4, 55.5),
                                      [](auto& d) {
                                        d.energyRate = 11.1;
                                        d.voltage = 11.1;

@@ -1,21 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <fstream>
 #include <set>
 #include <sstream>
 
 #include "status/InterfaceAddresses.h"
 #include "status/ProcParsers.h"
-#include "util/MountTable.h"
-#include "vexa/status/DiskStatus.h"
 #include "vexa/status/NetworkStatus.h"
-#include "vexa/util/RunLoop.h"
 
 namespace vexa {
 namespace devices_live_test {
-
-using namespace std::chrono_literals;
 
 std::string fileText(const char* path) {
   std::ifstream in(path);
@@ -23,14 +17,6 @@ std::string fileText(const char* path) {
   text << in.rdbuf();
   return text.str();
 }
-
-class Samples : public NetworkDelegate, public DiskDelegate {
- public:
-  void networkStatus(const nlohmann::json& services) override { network.push_back(services); }
-  void diskDetails(const nlohmann::json& volumes) override { disks.push_back(volumes); }
-  std::vector<nlohmann::json> network;
-  std::vector<nlohmann::json> disks;
-};
 
 // The kernel's own counters and addresses: every interface but loopback is booked, totals never
 // go back, and the loopback address is there but not global.
@@ -59,25 +45,6 @@ TEST(DevicesLiveTest, NetworkTrafficOfThisMachine) {
     }
   }
   EXPECT_TRUE(loopback);
-}
-
-// The shared samplers report on their own timers, on the loop of the thread that made them.
-TEST(DevicesLiveTest, SharedDiskAndNetworkSamplersReport) {
-  auto samples = std::make_shared<Samples>();
-  NetworkStatus::shared()->setDelegate(samples);
-  DiskStatus::shared()->setDelegate(samples);
-  EXPECT_TRUE(RunLoop::current().runUntil(
-      [&] { return !samples->disks.empty() && !samples->network.empty(); }, 2500ms));
-  NetworkStatus::shared()->setDelegate(nullptr);
-  DiskStatus::shared()->setDelegate(nullptr);
-  // The root file system is listed when it is a local disk file system.
-  for (const auto& entry : MountTable::read("/proc/self/mountinfo")) {
-    if (entry.mountPoint != "/" || entry.fsType != "ext4") continue;
-    ASSERT_FALSE(samples->disks.empty());
-    ASSERT_FALSE(samples->disks[0].empty());
-    EXPECT_EQ(samples->disks[0][0]["disk_path"], "/");
-    EXPECT_EQ(samples->disks[0][0]["disk_backups"], 0);
-  }
 }
 
 }  // namespace devices_live_test

@@ -13,7 +13,7 @@ KernelTable meminfo(uint64_t total, uint64_t free, uint64_t active, uint64_t ina
   return {{"MemTotal", total}, {"MemFree", free}, {"Active", active}, {"Inactive", inactive}};
 }
 
-TEST(MemorySampleTest, WiredIsTheRestOfTheTotal) {
+TEST(MemorySampleTest, WiredIsTheRestOfTheTotalOrNothing) {
   KernelTable table = meminfo(1000 * kMiB, 200 * kMiB, 300 * kMiB, 100 * kMiB);
   table["Zswap"] = 50 * kMiB;
   table["Zswapped"] = 150 * kMiB;
@@ -29,13 +29,8 @@ TEST(MemorySampleTest, WiredIsTheRestOfTheTotal) {
   EXPECT_EQ(dict["memory_freepage"], 200 * kMiB);
   // Compressed memory is in "memory_used" but not in the used fraction.
   EXPECT_DOUBLE_EQ(sample->usedFraction(), 0.55);
-}
-
-TEST(MemorySampleTest, WiredNeverGoesBelowZero) {
-  const auto sample = MemorySample::from(meminfo(100, 80, 30, 10), {});
-  ASSERT_TRUE(sample);
-  EXPECT_EQ(sample->wired, 0u);
-  EXPECT_EQ(sample->dictionary()["memory_total"], 100u);
+  // Free, active and inactive past the total: no wired memory, not a wrapped count.
+  EXPECT_EQ(MemorySample::from(meminfo(100, 80, 30, 10), {})->wired, 0u);
 }
 
 TEST(MemorySampleTest, MissingKeysGiveNoSample) {

@@ -44,19 +44,6 @@ std::unique_ptr<NetManage> managedLaptop() {
                                      NetworkDaemon::system());
 }
 
-GVariant* addressList(std::initializer_list<std::pair<const char*, uint32_t>> entries) {
-  GVariantBuilder list;
-  g_variant_builder_init(&list, G_VARIANT_TYPE("aa{sv}"));
-  for (const auto& [address, prefix] : entries) {
-    GVariantBuilder entry;
-    g_variant_builder_init(&entry, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&entry, "{sv}", "address", g_variant_new_string(address));
-    if (prefix != 0) g_variant_builder_add(&entry, "{sv}", "prefix", g_variant_new_uint32(prefix));
-    g_variant_builder_add_value(&list, g_variant_builder_end(&entry));
-  }
-  return g_variant_builder_end(&list);
-}
-
 class NetworkManagerBusTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -67,77 +54,38 @@ class NetworkManagerBusTest : public ::testing::Test {
     ASSERT_TRUE(mock_->waitUntilServing());
   }
 
-  std::string pathReply(GVariant* reply) {
+  // The object path a call of the mock answers ("(s)" or "(o)"); empty when it failed.
+  std::string pathOf(const std::string& path, const char* interface, const char* method,
+                     GVariant* parameters) {
+    std::string error;
+    GVariant* reply = mock_->call(path, interface, method, parameters, &error);
+    EXPECT_NE(reply, nullptr) << method << ": " << error;
     if (reply == nullptr) return {};
-    const gchar* path = nullptr;
-    g_variant_get(reply, "(&s)", &path);
-    std::string result = path;
+    GVariant* answer = g_variant_get_child_value(reply, 0);
+    std::string result = g_variant_get_string(answer, nullptr);
+    g_variant_unref(answer);
     g_variant_unref(reply);
     return result;
+  }
+  void tell(const std::string& path, const char* method, GVariant* parameters) {
+    std::string error;
+    EXPECT_TRUE(mock_->tell(path, method, parameters, &error)) << method << ": " << error;
   }
 
   // An ethernet device on `interface` with an active connection; answers the connection's path.
   std::string connect(const char* name, const char* interface, const char* id, const char* uuid) {
-    std::string error;
-    const std::string device = pathReply(mock_->call(
-        kManager, kMock, "AddEthernetDevice",
-        g_variant_new("(ssi)", (std::string(name) + "dev").c_str(), interface, 100), &error));
-    EXPECT_FALSE(device.empty()) << error;
-    GVariantBuilder settings;
-    g_variant_builder_init(&settings, G_VARIANT_TYPE("a{sa{sv}}"));
-    g_variant_builder_open(&settings, G_VARIANT_TYPE("{sa{sv}}"));
-    g_variant_builder_add(&settings, "s", "connection");
-    g_variant_builder_open(&settings, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&settings, "{sv}", "id", g_variant_new_string(id));
-    g_variant_builder_add(&settings, "{sv}", "uuid", g_variant_new_string(uuid));
-    g_variant_builder_add(&settings, "{sv}", "type", g_variant_new_string("802-3-ethernet"));
-    g_variant_builder_close(&settings);
-    g_variant_builder_close(&settings);
-    GVariant* added = mock_->call("/org/freedesktop/NetworkManager/Settings",
-                                  "org.freedesktop.NetworkManager.Settings", "AddConnection",
-                                  g_variant_new("(a{sa{sv}})", &settings), &error);
-    std::string connection;
-    if (added != nullptr) {
-      const gchar* path = nullptr;
-      g_variant_get(added, "(&o)", &path);
-      connection = path;
-      g_variant_unref(added);
-    }
-    EXPECT_FALSE(connection.empty()) << error;
-    const gchar* devices[] = {device.c_str(), nullptr};
-    return pathReply(mock_->call(
-        kManager, kMock, "AddActiveConnection",
-        g_variant_new("(^assssu)", devices, connection.c_str(), "/", name, 2u), &error));
-  }
-
-  void addIp4Config(const std::string& active, const char* path, GVariant* addresses,
-                    const char* gateway, GVariant* servers) {
-    GVariantBuilder properties;
-    g_variant_builder_init(&properties, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&properties, "{sv}", "AddressData", addresses);
-    g_variant_builder_add(&properties, "{sv}", "Gateway", g_variant_new_string(gateway));
-    g_variant_builder_add(&properties, "{sv}", "NameserverData", servers);
-    std::string error;
-    EXPECT_TRUE(
-        mock_->tell(kManager, "AddObject",
-                    g_variant_new("(ssa{sv}a(ssss))", path,
-                                  "org.freedesktop.NetworkManager.IP4Config", &properties, nullptr),
-                    &error))
-        << error;
-    EXPECT_TRUE(mock_->tell(
-        active, "AddProperty",
-        g_variant_new("(ssv)", kActiveInterface, "Ip4Config", g_variant_new_object_path(path)),
-        &error))
-        << error;
-  }
-
-  void setPrimary(const std::string& active) {
-    std::string error;
-    EXPECT_TRUE(mock_->tell(kManager, "AddProperty",
-                            g_variant_new("(ssv)", kManagerInterface, "PrimaryConnection",
-                                          g_variant_new_object_path(active.c_str())),
-                            &error))
-        << error;
+    const std::string device =
+        pathOf(kManager, kMock, "AddEthernetDevice",
+               g_variant_new("(ssi)", (std::string(name) + "dev").c_str(), interface, 100));
+    const std::string connection =
+        pathOf("/org/freedesktop/NetworkManager/Settings",
+               "org.freedesktop.NetworkManager.Settings", "AddConnection",
+               g_variant_new_parsed("({'connection': {'id': <%s>, 'uuid': <%s>, "
+                                    "'type': <'802-3-ethernet'>}},)",
+                                    id, uuid));
+    return pathOf(kManager, kMock, "AddActiveConnection",
+                  g_variant_new_parsed("([%s], %s, '/', %s, uint32 2)", device.c_str(),
+                                       connection.c_str(), name));
   }
 
   // Two connections, the second one primary.
@@ -146,10 +94,21 @@ class NetworkManagerBusTest : public ::testing::Test {
     office_ = connect("office", "enp0s31f6", "Office", kOfficeUuid);
     ASSERT_FALSE(home_.empty());
     ASSERT_FALSE(office_.empty());
-    addIp4Config(office_, "/org/freedesktop/NetworkManager/IP4Config/1",
-                 addressList({{"192.168.5.20", 24}, {"10.1.0.7", 16}}), "192.168.5.1",
-                 addressList({{"192.168.5.1", 0}, {"9.9.9.9", 0}}));
-    setPrimary(office_);
+    const char* config = "/org/freedesktop/NetworkManager/IP4Config/1";
+    tell(kManager, "AddObject",
+         g_variant_new_parsed(
+             "(%s, 'org.freedesktop.NetworkManager.IP4Config', "
+             "{'AddressData': <[{'address': <'192.168.5.20'>, 'prefix': <uint32 24>}, "
+             "{'address': <'10.1.0.7'>, 'prefix': <uint32 16>}]>, "
+             "'Gateway': <'192.168.5.1'>, "
+             "'NameserverData': <[{'address': <'192.168.5.1'>}, {'address': <'9.9.9.9'>}]>}, "
+             "@a(ssss) [])",
+             config));
+    tell(office_, "AddProperty",
+         g_variant_new_parsed("(%s, 'Ip4Config', <%o>)", kActiveInterface, config));
+    tell(kManager, "AddProperty",
+         g_variant_new_parsed("(%s, 'PrimaryConnection', <%o>)", kManagerInterface,
+                              office_.c_str()));
   }
 
   test::PrivateBus bus_;
@@ -198,12 +157,9 @@ TEST_F(NetworkManagerBusTest, ChangesAnnouncedByTheManagerAreLookedAtAgain) {
   status->updateInfo();
   ASSERT_EQ(last->list.size(), 2u);
   EXPECT_EQ(last->list[0]["user_defind_name"], "Office");
-  std::string error;
-  ASSERT_TRUE(mock_->tell(kManager, "SetProperty",
-                          g_variant_new("(sssv)", office_.c_str(), kActiveInterface, "Id",
-                                        g_variant_new_string("Office upstairs")),
-                          &error))
-      << error;
+  tell(kManager, "SetProperty",
+       g_variant_new_parsed("(%s, %s, 'Id', <'Office upstairs'>)", office_.c_str(),
+                            kActiveInterface));
   // Until the announcement is heard the services found stand.
   status->updateInfo();
   EXPECT_EQ(last->list[0]["user_defind_name"], "Office");

@@ -124,6 +124,7 @@ TEST(ProcessStatusTest, ReportsAbsentListWithoutApplicationsAndNothingWhenTheToo
   auto tool = std::make_shared<RecordedTool>();
   auto launched = std::make_shared<FixedApplications>(apps({}));
   const auto status = ProcessStatus::create(launched, tool);
+  EXPECT_EQ(status->freshInterval(), 2);
   const auto recorder = std::make_shared<ProcessRecorder>();
   status->setDelegate(recorder);
 
@@ -143,13 +144,6 @@ TEST(ProcessStatusTest, ReportsAbsentListWithoutApplicationsAndNothingWhenTheToo
   ASSERT_TRUE(recorder->plain()[1]);
   ASSERT_EQ(recorder->plain()[1]->size(), 1u);
   EXPECT_EQ((*recorder->plain()[1])[0].stat, 0);
-}
-
-TEST(ProcessStatusTest, DefaultIntervalsAndPatterns) {
-  auto tool = std::make_shared<RecordedTool>();
-  auto launched = std::make_shared<FixedApplications>(apps({}));
-  EXPECT_EQ(ProcessStatus::create(launched, tool)->freshInterval(), 2);
-  EXPECT_EQ(ProcessStatusEx::create(launched, tool, {"/bin/true"})->freshInterval(), 1);
 }
 
 TEST(ProcessTextTest, StateCodesCompareTheWholeText) {
@@ -205,7 +199,7 @@ class ProcessStatusExScreens : public ::testing::Test {
   std::shared_ptr<ProcessRecorder> recorder_ = std::make_shared<ProcessRecorder>();
 };
 
-TEST_F(ProcessStatusExScreens, FirstScreenCarriesTheIntervalAndNoPreviousCounts) {
+TEST_F(ProcessStatusExScreens, FirstScreenCarriesTheIntervalLaterOnesThePreviousCounts) {
   status_->readOutputData(kTopFirst);
   auto reports = recorder_->extended();
   ASSERT_EQ(reports.size(), 1u);
@@ -223,13 +217,16 @@ TEST_F(ProcessStatusExScreens, FirstScreenCarriesTheIntervalAndNoPreviousCounts)
   EXPECT_EQ(first->prevMsgrecv, 0u);
   EXPECT_DOUBLE_EQ(first->power, 12.5);
   EXPECT_EQ(first->stat, 1);
-  EXPECT_DOUBLE_EQ(first->sampleInterval, 1.0);  // freshInterval
+  EXPECT_EQ(status_->freshInterval(), 1);
+  EXPECT_DOUBLE_EQ(first->sampleInterval, 1.0);
   const ProcessInfoEx* second = byPid(infos, 2002);
   ASSERT_NE(second, nullptr);
   EXPECT_EQ(second->memory, 3145728u);
   EXPECT_EQ(second->stat, 0);
   EXPECT_EQ(tool_->asked, (std::vector<int32_t>{2001, 2002}));
 
+  // States the query no longer answers are left as they were.
+  tool_->statesText.reset();
   status_->readOutputData(kTopSecond);
   reports = recorder_->extended();
   ASSERT_EQ(reports.size(), 2u);
@@ -240,6 +237,8 @@ TEST_F(ProcessStatusExScreens, FirstScreenCarriesTheIntervalAndNoPreviousCounts)
   EXPECT_EQ(later->prevMsgrecv, 3200u);
   EXPECT_EQ(later->msgrecv, 3300u);
   EXPECT_EQ(later->cmprsMemory, uint64_t{1} << 20);
+  EXPECT_DOUBLE_EQ(later->cpu, 50.0);
+  EXPECT_EQ(later->stat, 1);
   // The measured time since the first screen, no longer freshInterval.
   EXPECT_GE(later->sampleInterval, 0.0);
   EXPECT_LT(later->sampleInterval, 1.0);
@@ -263,15 +262,6 @@ TEST_F(ProcessStatusExScreens, ALineSplitBetweenChunksIsReadOnceWhole) {
   // A chunk without any line end reports nothing.
   status_->readOutputData("2002    0.0     3M");
   EXPECT_EQ(recorder_->extended().size(), 2u);
-}
-
-TEST_F(ProcessStatusExScreens, StatesAreLeftAsTheyWereWhenTheQueryFails) {
-  status_->readOutputData(kTopFirst);
-  tool_->statesText.reset();
-  status_->readOutputData(kTopSecond);
-  ASSERT_EQ(recorder_->extended().size(), 2u);
-  EXPECT_EQ(byPid(recorder_->extended()[1], 2001)->stat, 1);
-  EXPECT_DOUBLE_EQ(byPid(recorder_->extended()[1], 2001)->cpu, 50.0);
 }
 
 // The bookkeeping starts the top program on its queue; when the program ends, the next

@@ -183,6 +183,14 @@ TEST_F(CpuOnMachine, CoreOfflineIsSkippedAndComesBackFromItsOwnCounters) {
   EXPECT_EQ(cores[1]["core"], 1);
   EXPECT_EQ(cores[1]["idle"], 0.0);
   EXPECT_FLOAT_EQ(cores[0]["idle"].get<float>(), 1.0F);
+
+  recorder_->clear();
+  box_.write("proc/stat", "cpu0 150 0 150 1100 0\ncpu1 15 0 5 100 0\n");
+  cpu_->updateInfo();
+  cores = recorder_->calls("cpuUsedWithCore");
+  ASSERT_EQ(cores.size(), 2u);
+  EXPECT_FLOAT_EQ(cores[1]["user"].get<float>(), 0.1F);
+  EXPECT_FLOAT_EQ(cores[1]["idle"].get<float>(), 0.9F);
 }
 
 TEST_F(CpuOnMachine, TaskCountIsTakenAgainWhenLoadavgMoves) {

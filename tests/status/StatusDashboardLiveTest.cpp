@@ -7,8 +7,13 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace status_dashboard_live_test {
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 
 // One private tmux server (its own socket, in a folder of its own) with one session running a
 // shell command in a terminal of a given size. The server is killed and its socket removed when the
@@ -66,8 +71,9 @@ class TmuxSession {
     return last;
   }
 
-  std::string waitForText(const std::string& text) const {
-    return waitFor([&text](const std::string& s) { return s.find(text) != std::string::npos; });
+  // Whether the screen shows `text` within ten seconds.
+  bool shows(const std::string& text) const {
+    return contains(waitFor([&text](const std::string& s) { return contains(s, text); }), text);
   }
 
   // The command's exit status once it has ended; -1 when it still runs after ten seconds.
@@ -99,10 +105,6 @@ class TmuxSession {
 std::string dashboard(const std::string& environment, const char* machine) {
   return "env " + environment + " " + VEXA_STATUS_TOOL + " --sysroot " + VEXA_TEST_DATA_DIR +
          "/machines/" + machine;
-}
-
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
 }
 
 int widestLine(const std::string& screen) {
@@ -157,8 +159,7 @@ TEST_F(StatusDashboardTest, ShowsTheFixtureFollowsResizesAndQuitsWithQ) {
   EXPECT_TRUE(contains(screen, "── Memory")) << screen;
 
   tmux.run("resize-window -t dash -x 30 -y 20");
-  screen = tmux.waitForText("terminal too small");
-  EXPECT_TRUE(contains(screen, "terminal too small")) << screen;
+  EXPECT_TRUE(tmux.shows("terminal too small"));
 
   tmux.run("resize-window -t dash -x 100 -y 30");
   screen = tmux.waitFor([](const std::string& s) {
@@ -172,22 +173,16 @@ TEST_F(StatusDashboardTest, ShowsTheFixtureFollowsResizesAndQuitsWithQ) {
 
 TEST_F(StatusDashboardTest, KeysChangeWhatIsShown) {
   const TmuxSession tmux(dashboard("LC_ALL=C.UTF-8", "amd-desktop"), 100, 30);
-  ASSERT_TRUE(contains(tmux.waitForText("sorted by cpu"), "sorted by cpu"));
-  tmux.run("send-keys -t dash s");
-  EXPECT_TRUE(contains(tmux.waitForText("sorted by memory"), "sorted by memory"));
-  tmux.run("send-keys -t dash +");
-  EXPECT_TRUE(contains(tmux.waitForText("every 2s"), "every 2s"));
-  tmux.run("send-keys -t dash p");
-  EXPECT_TRUE(contains(tmux.waitForText("PAUSED"), "PAUSED"));
-  tmux.run("send-keys -t dash '?'");
-  EXPECT_TRUE(contains(tmux.waitForText("this help"), "this help"));
-  tmux.run("send-keys -t dash x");
-  EXPECT_TRUE(contains(tmux.waitForText("── CPU"), "── CPU"));
+  ASSERT_TRUE(tmux.shows("sorted by cpu"));
   // The cleaning asks first; any answer but y leaves memory alone.
-  tmux.run("send-keys -t dash c");
-  EXPECT_TRUE(contains(tmux.waitForText("(y/n)"), "(y/n)"));
-  tmux.run("send-keys -t dash n");
-  EXPECT_TRUE(contains(tmux.waitForText("cleaning cancelled"), "cleaning cancelled"));
+  const std::pair<const char*, const char*> keys[] = {
+      {"s", "sorted by memory"},  {"+", "every 2s"}, {"p", "PAUSED"},
+      {"'?'", "this help"},       {"x", "── CPU"},   {"c", "(y/n)"},
+      {"n", "cleaning cancelled"}};
+  for (const auto& [key, shown] : keys) {
+    tmux.run(std::string("send-keys -t dash ") + key);
+    EXPECT_TRUE(tmux.shows(shown)) << "after " << key << ":\n" << tmux.screen();
+  }
   tmux.run("send-keys -t dash q");
   EXPECT_EQ(tmux.exitStatus(), 0);
 }

@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 
 #include "status/StatusRecorder.h"
+#include "util/MountTable.h"
 #include "vexa/status/CPUStatus.h"
+#include "vexa/status/DiskStatus.h"
 #include "vexa/status/MemoryStatus.h"
+#include "vexa/status/NetworkStatus.h"
 #include "vexa/status/SystemStatus.h"
 #include "vexa/util/RunLoop.h"
 
@@ -15,6 +19,15 @@ namespace status_live_test {
 using namespace std::chrono_literals;
 using test::StatusRecorder;
 
+// Also hears the shared disk and network samplers.
+class DeviceRecorder : public StatusRecorder, public NetworkDelegate, public DiskDelegate {
+ public:
+  void networkStatus(const nlohmann::json&) override { ++network; }
+  void diskDetails(const nlohmann::json& volumes) override { disks.push_back(volumes); }
+  std::atomic<int> network{0};
+  std::vector<nlohmann::json> disks;
+};
+
 // The shared samplers of this machine report on their own timers within two seconds, on the
 // loop of the thread that made them.
 TEST(StatusLiveTest, SharedSamplersReportWithinTwoSeconds) {
@@ -22,16 +35,21 @@ TEST(StatusLiveTest, SharedSamplersReportWithinTwoSeconds) {
   CPUStatus* cpu = CPUStatus::shared();
   ASSERT_TRUE(memory && cpu);
   EXPECT_EQ(memory, MemoryStatus::shared());
-  auto recorder = std::make_shared<StatusRecorder>();
+  auto recorder = std::make_shared<DeviceRecorder>();
   memory->setDelegate(recorder);
   cpu->setDelegate(recorder);
+  NetworkStatus::shared()->setDelegate(recorder);
+  DiskStatus::shared()->setDelegate(recorder);
   const RunLoop loop = RunLoop::current();
   EXPECT_TRUE(loop.runUntil(
       [&] {
         return !recorder->calls("updateMemoryStatus").empty() &&
-               !recorder->calls("cpuUsedWithSystem").empty();
+               !recorder->calls("cpuUsedWithSystem").empty() && !recorder->disks.empty() &&
+               recorder->network > 0;
       },
       2500ms));
+  NetworkStatus::shared()->setDelegate(nullptr);
+  DiskStatus::shared()->setDelegate(nullptr);
   EXPECT_EQ(recorder->calls("cpuUsedWithCore").size() / recorder->calls("cpuUsedWithSystem").size(),
             static_cast<size_t>(cpu->numberOfCPUs()));
   // No sensor on a machine without hwmon and thermal zones: no temperature.
@@ -40,6 +58,14 @@ TEST(StatusLiveTest, SharedSamplersReportWithinTwoSeconds) {
     EXPECT_TRUE(recorder->calls("cpuWithTemperature").empty());
   }
   EXPECT_TRUE(SystemStatus::shared().sysOSVersion());
+  // The root file system is listed when it is a local disk file system.
+  for (const auto& entry : MountTable::read("/proc/self/mountinfo")) {
+    if (entry.mountPoint != "/" || entry.fsType != "ext4") continue;
+    ASSERT_FALSE(recorder->disks.empty());
+    ASSERT_FALSE(recorder->disks[0].empty());
+    EXPECT_EQ(recorder->disks[0][0]["disk_path"], "/");
+    EXPECT_EQ(recorder->disks[0][0]["disk_backups"], 0);
+  }
 }
 
 // Setting the interval it already has keeps the timer: samples keep their one-second rhythm

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <sstream>
 
 #include "status/MachineFiles.h"
 
@@ -11,20 +12,26 @@ namespace sysfs_power_supplies_test {
 
 using Supply = SysfsPowerSupplies::Supply;
 
-const Supply kAcOffline = {{"name", "AC"}, {"type", "Mains"}, {"online", "0"}};
-const Supply kAcOnline = {{"name", "AC"}, {"type", "Mains"}, {"online", "1"}};
-const Supply kMouse = {{"name", "hidpp_battery_0"},
-                       {"type", "Battery"},
-                       {"scope", "Device"},
-                       {"status", "Discharging"},
-                       {"capacity", "40"}};
+// A supply from "file=value" words ("power_now=" is an empty file).
+Supply supply(const std::string& files) {
+  Supply found;
+  std::istringstream words(files);
+  for (std::string word; words >> word;) {
+    const size_t equals = word.find('=');
+    found[word.substr(0, equals)] = word.substr(equals + 1);
+  }
+  return found;
+}
 
-Supply energyBattery(const char* status, const char* power) {
-  return {
-      {"name", "BAT0"},           {"type", "Battery"},         {"status", status},
-      {"energy_now", "28500000"}, {"energy_full", "50000000"}, {"energy_full_design", "57000000"},
-      {"power_now", power},       {"voltage_now", "11400000"}, {"voltage_min_design", "11400000"},
-      {"cycle_count", "312"}};
+const Supply kAcOffline = supply("name=AC type=Mains online=0");
+const Supply kAcOnline = supply("name=AC type=Mains online=1");
+
+Supply energyBattery(const std::string& status, const std::string& power) {
+  return supply(
+      "name=BAT0 type=Battery energy_now=28500000 energy_full=50000000 "
+      "energy_full_design=57000000 voltage_now=11400000 voltage_min_design=11400000 "
+      "cycle_count=312 status=" +
+      status + " power_now=" + power);
 }
 
 struct SummaryCase {
@@ -57,109 +64,84 @@ TEST_P(PowerSupplySummaryTest, DescribesTheBatteries) {
   }
 }
 
+const nlohmann::json kNone = nlohmann::json::object();
+
 INSTANTIATE_TEST_SUITE_P(
     Supplies, PowerSupplySummaryTest,
     ::testing::Values(
         SummaryCase{"LaptopOnBattery",
                     {kAcOffline, energyBattery("Discharging", "9500000")},
                     10800,
-                    {{"Power Source State", "Battery Power"},
-                     {"Is Charging", false},
-                     {"Current Capacity", 28500000},
-                     {"Max Capacity", 50000000},
-                     {"BatteryHealth", "Good"},
-                     {"Time to Full Charge", 0}},
-                    {{"CurrentCapacity", 2500},
-                     {"MaxCapacity", 4385},
-                     {"DesignCapacity", 5000},
-                     {"Voltage", 11400},
-                     {"Amperage", -833},
-                     {"CycleCount", 312}}},
+                    R"({"Power Source State": "Battery Power", "Is Charging": false,
+                "Current Capacity": 28500000, "Max Capacity": 50000000, "BatteryHealth": "Good",
+                "Time to Full Charge": 0})"_json,
+                    R"({"CurrentCapacity": 2500, "MaxCapacity": 4385, "DesignCapacity": 5000,
+                "Voltage": 11400, "Amperage": -833, "CycleCount": 312})"_json},
         SummaryCase{"ChargingOnMains",
                     {kAcOnline, energyBattery("Charging", "9500000")},
                     -2,
-                    {{"Power Source State", "AC Power"},
-                     {"Is Charging", true},
-                     {"Time to Full Charge", 135}},
-                    {{"Amperage", 833}}},
+                    R"({"Power Source State": "AC Power", "Is Charging": true,
+                "Time to Full Charge": 135})"_json,
+                    R"({"Amperage": 833})"_json},
         SummaryCase{"ZeroRateIsCalculating",
                     {kAcOffline, energyBattery("Discharging", "0")},
                     -1,
-                    {{"Power Source State", "Battery Power"}},
-                    nlohmann::json::object()},
+                    R"({"Power Source State": "Battery Power"})"_json,
+                    kNone},
         SummaryCase{"NearZeroRateIsCalculating",
                     {kAcOffline, energyBattery("Discharging", "100000")},
                     -1,
-                    {{"Current Capacity", 28500000}},
-                    nlohmann::json::object()},
+                    R"({"Current Capacity": 28500000})"_json,
+                    kNone},
         SummaryCase{"EnergyNeverPairsWithCurrent",
-                    {kAcOffline,
-                     {{"type", "Battery"},
-                      {"status", "Discharging"},
-                      {"energy_now", "1000"},
-                      {"energy_full", "2000"},
-                      {"current_now", "500"}}},
+                    {kAcOffline, supply("type=Battery status=Discharging energy_now=1000 "
+                                        "energy_full=2000 current_now=500")},
                     -1,
-                    {{"Current Capacity", 1000}},
-                    nlohmann::json::object()},
+                    R"({"Current Capacity": 1000})"_json,
+                    kNone},
         SummaryCase{"ChargeWithNegativeCurrent",
-                    {kAcOffline,
-                     {{"type", "Battery"},
-                      {"status", "Discharging"},
-                      {"charge_now", "2000000"},
-                      {"charge_full", "4000000"},
-                      {"charge_full_design", "5100000"},
-                      {"current_now", "-1000000"},
-                      {"voltage_now", "7600000"},
-                      {"temp", "305"}}},
+                    {kAcOffline, supply("type=Battery status=Discharging charge_now=2000000 "
+                                        "charge_full=4000000 charge_full_design=5100000 "
+                                        "current_now=-1000000 voltage_now=7600000 temp=305")},
                     7200,
-                    {{"Current Capacity", 2000000}, {"BatteryHealth", "Poor"}},
-                    {{"CurrentCapacity", 2000},
-                     {"Amperage", -1000},
-                     {"Voltage", 7600},
-                     {"Temperature", 3050}}},
+                    R"({"Current Capacity": 2000000, "BatteryHealth": "Poor"})"_json,
+                    R"({"CurrentCapacity": 2000, "Amperage": -1000, "Voltage": 7600,
+                        "Temperature": 3050})"_json},
         SummaryCase{"CapacityOnly",
-                    {kAcOffline,
-                     {{"type", "Battery"},
-                      {"status", "Unknown"},
-                      {"capacity", "64"},
-                      {"health", "Unknown"}}},
+                    {kAcOffline, supply("type=Battery status=Unknown capacity=64 health=Unknown")},
                     -1,
-                    {{"Current Capacity", 64}, {"Max Capacity", 100}, {"BatteryHealth", nullptr}},
-                    nlohmann::json::object()},
+                    R"({"Current Capacity": 64, "Max Capacity": 100, "BatteryHealth": null})"_json,
+                    kNone},
         SummaryCase{"HealthFromTheDriver",
-                    {kAcOnline,
-                     {{"type", "Battery"},
-                      {"status", "Full"},
-                      {"capacity", "100"},
-                      {"health", "Overheat"}}},
+                    {kAcOnline, supply("type=Battery status=Full capacity=100 health=Overheat")},
                     -2,
-                    {{"BatteryHealth", "Overheat"}, {"Is Charging", false}},
-                    nlohmann::json::object()},
+                    R"({"BatteryHealth": "Overheat", "Is Charging": false})"_json,
+                    kNone},
         SummaryCase{"TwoBatteriesOneSource",
                     {kAcOffline, energyBattery("Discharging", "9500000"),
                      energyBattery("Discharging", "9500000")},
                     10800,
-                    {{"Current Capacity", 57000000}, {"Max Capacity", 100000000}},
-                    nlohmann::json::object()},
+                    R"({"Current Capacity": 57000000, "Max Capacity": 100000000})"_json,
+                    kNone},
         SummaryCase{"NoMainsSupplyDischarging",
                     {energyBattery("Discharging", "19000000")},
                     5400,
-                    {{"Power Source State", "Battery Power"}},
-                    nlohmann::json::object()},
+                    R"({"Power Source State": "Battery Power"})"_json,
+                    kNone},
         SummaryCase{"GarbageFigures",
-                    {kAcOffline,
-                     {{"type", "Battery"},
-                      {"status", "Discharging"},
-                      {"energy_now", "x"},
-                      {"energy_full", "-9223372036854775808"},
-                      {"power_now", ""},
-                      {"capacity", "99999999999999999999"},
-                      {"temp", "-9223372036854775808"}}},
+                    {kAcOffline, supply("type=Battery status=Discharging energy_now=x "
+                                        "energy_full=-9223372036854775808 power_now= "
+                                        "capacity=99999999999999999999 "
+                                        "temp=-9223372036854775808")},
                     -1,
-                    {{"Is Present", true}, {"Current Capacity", nullptr}},
-                    {{"Temperature", nullptr}}},
-        SummaryCase{"MouseIsNotTheMachinesBattery", {kMouse}, -2, nullptr, nullptr},
+                    R"({"Is Present": true, "Current Capacity": null})"_json,
+                    R"({"Temperature": null})"_json},
+        SummaryCase{"MouseIsNotTheMachinesBattery",
+                    {supply("name=hidpp_battery_0 type=Battery scope=Device status=Discharging "
+                            "capacity=40")},
+                    -2,
+                    nullptr,
+                    nullptr},
         SummaryCase{"Desktop", {kAcOnline}, -2, nullptr, nullptr},
         SummaryCase{"Nothing", {}, -2, nullptr, nullptr}),
     [](const auto& param) { return std::string(param.param.name); });
@@ -168,7 +150,7 @@ std::string machine(const std::string& name) {
   return std::string(VEXA_TEST_DATA_DIR) + "/machines/" + name;
 }
 
-TEST(SysfsPowerSuppliesTest, ReadsTheLaptopsSupplies) {
+TEST(SysfsPowerSuppliesTest, ReadsTheFixtureMachinesSupplies) {
   SysfsPowerSupplies supplies(MachineFiles::underRoot(machine("intel-laptop")));
   const auto found = supplies.supplies();
   ASSERT_EQ(found.size(), 2u);
@@ -178,14 +160,11 @@ TEST(SysfsPowerSuppliesTest, ReadsTheLaptopsSupplies) {
   EXPECT_DOUBLE_EQ(snapshot.timeRemaining, 10800);
   ASSERT_TRUE(snapshot.batteryInfo);
   EXPECT_EQ((*snapshot.batteryInfo)[0]["Current"], 2500);
-}
-
-TEST(SysfsPowerSuppliesTest, DesktopWithAMouseHasNoBattery) {
-  SysfsPowerSupplies supplies(MachineFiles::underRoot(machine("amd-desktop")));
-  EXPECT_EQ(supplies.supplies().size(), 1u);
-  EXPECT_FALSE(supplies.read().batteryInfo);
-  SysfsPowerSupplies none(MachineFiles::underRoot(machine("vm-2cpu")));
-  EXPECT_TRUE(none.supplies().empty());
+  // A desktop with a mouse has no battery; a machine without the class has no supply.
+  SysfsPowerSupplies desktop(MachineFiles::underRoot(machine("amd-desktop")));
+  EXPECT_EQ(desktop.supplies().size(), 1u);
+  EXPECT_FALSE(desktop.read().batteryInfo);
+  EXPECT_TRUE(SysfsPowerSupplies(MachineFiles::underRoot(machine("vm-2cpu"))).supplies().empty());
 }
 
 }  // namespace sysfs_power_supplies_test

@@ -48,13 +48,10 @@ class UPowerBusTest : public ::testing::Test {
     setProperty("ac", "Online", g_variant_new_boolean(online));
   }
   void setProperty(const std::string& device, const char* name, GVariant* value) {
-    GVariantBuilder properties;
-    g_variant_builder_init(&properties, G_VARIANT_TYPE("a{sv}"));
-    g_variant_builder_add(&properties, "{sv}", name, value);
     std::string error;
-    EXPECT_TRUE(mock_->tell("/org/freedesktop/UPower", "SetDeviceProperties",
-                            g_variant_new("(oa{sv})", (kDevices + device).c_str(), &properties),
-                            &error))
+    EXPECT_TRUE(mock_->tell(
+        "/org/freedesktop/UPower", "SetDeviceProperties",
+        g_variant_new_parsed("(%o, {%s: %v})", (kDevices + device).c_str(), name, value), &error))
         << error;
   }
   // Replaces one of the daemon's methods with python code of the mock's.

@@ -82,9 +82,6 @@ class MockService {
     return true;
   }
 
-  GDBusConnection* connection() const { return connection_; }
-  ChildProcess& process() { return *process_; }
-
  private:
   static std::string getenvOr(const char* name) {
     const char* value = std::getenv(name);
