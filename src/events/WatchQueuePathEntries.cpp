@@ -21,13 +21,20 @@ std::vector<WatchQueuePathEntries::Entry>::const_iterator WatchQueuePathEntries:
   return std::lower_bound(entries_.begin(), entries_.end(), path, ByPath{});
 }
 
-WatchQueuePathEntries::Entry WatchQueuePathEntries::find(std::string_view path) const {
+std::vector<WatchQueuePathEntries::Entry>::const_iterator WatchQueuePathEntries::locate(
+    std::string_view path) const {
   const auto at = lowerBound(path);
-  if (at == entries_.end() || (*at)->path() != path) return nullptr;
-  return *at;
+  return at != entries_.end() && (*at)->path() == path ? at : entries_.end();
 }
 
-bool WatchQueuePathEntries::contains(std::string_view path) const { return find(path) != nullptr; }
+WatchQueuePathEntries::Entry WatchQueuePathEntries::find(std::string_view path) const {
+  const auto at = locate(path);
+  return at == entries_.end() ? nullptr : *at;
+}
+
+bool WatchQueuePathEntries::contains(std::string_view path) const {
+  return locate(path) != entries_.end();
+}
 
 const WatchQueuePathEntries::Entry& WatchQueuePathEntries::insert(Entry entry) {
   // The common case first: a path after every one kept.
@@ -40,8 +47,8 @@ const WatchQueuePathEntries::Entry& WatchQueuePathEntries::insert(Entry entry) {
 }
 
 WatchQueuePathEntries::Entry WatchQueuePathEntries::erase(std::string_view path) {
-  const auto found = lowerBound(path);
-  if (found == entries_.end() || (*found)->path() != path) return nullptr;
+  const auto found = locate(path);
+  if (found == entries_.end()) return nullptr;
   const auto at = entries_.begin() + (found - entries_.cbegin());
   Entry gone = std::move(*at);
   entries_.erase(at);
@@ -52,9 +59,6 @@ WatchQueuePathEntries::Entry WatchQueuePathEntries::erase(std::string_view path)
   return gone;
 }
 
-void WatchQueuePathEntries::clear() {
-  entries_.clear();
-  entries_.shrink_to_fit();
-}
+void WatchQueuePathEntries::clear() { entries_ = {}; }
 
 }  // namespace vexa

@@ -5,7 +5,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "vexa/Export.h"
 #include "vexa/events/FSWatchQueueDelegate.h"

@@ -36,6 +36,8 @@ class VEXA_EXPORT WatchQueuePathEntries {
 
  private:
   std::vector<Entry>::const_iterator lowerBound(std::string_view path) const;
+  // The entry for exactly `path`, or end().
+  std::vector<Entry>::const_iterator locate(std::string_view path) const;
 
   std::vector<Entry> entries_;
 };
