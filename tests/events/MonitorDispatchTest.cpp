@@ -47,7 +47,7 @@ class MonitorDispatchTest : public ::testing::Test {
   std::string home, apps;
 };
 
-TEST_F(MonitorDispatchTest, RegistrationFollowsThePartsRules) {
+TEST_F(MonitorDispatchTest, MissingFoldersAreNotRegisteredAndEachPairOnlyOnce) {
   auto a = std::make_shared<RecordingDelegate>();
   auto b = std::make_shared<RecordingDelegate>();
   dispatch->addMonitorPath(dir / "missing", a);
